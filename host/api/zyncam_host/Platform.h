@@ -1,0 +1,33 @@
+// Host-only controls of the simulated platform: observers, the property store, the sphal search
+// path and the per-thread binder state. Tests and tools include this; the library never does.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace zyncam::host {
+
+// Receives every Android-log line (after it is formatted) from any thread.
+using LogObserver = void (*)(void* context, int prio, const char* tag, const char* text);
+void setLogObserver(LogObserver observer, void* context);
+// Whether Android-log lines are also printed to stderr (on by default).
+void setLogToStderr(bool on);
+
+// Property store.
+void propertyClear(const char* key);
+void propertyClearAll();
+// Loads "key=value" lines; returns false when the file cannot be read.
+bool propertyLoadFile(const char* path);
+
+// Directories searched by android_load_sphal_library, separated by ':'.
+std::string sphalSearchPath();
+void setSphalSearchPath(const std::string& path);
+
+// Binder: whether threads get an IPCThreadState, and how many flushes happened process-wide.
+void setBinderThreadStateAvailable(bool available);
+uint64_t binderFlushCount();
+
+// Number of open descriptors of this process.
+int openFdCount();
+
+}  // namespace zyncam::host

@@ -1,0 +1,157 @@
+// libutils clocks, libsync fences, libvndksupport loading and the hardware binder's per-thread
+// state, as they behave on Linux.
+#include <android/log.h>
+#include <android/sync.h>
+#include <hwbinder/IPCThreadState.h>
+#include <utils/Timers.h>
+#include <vndksupport/linker.h>
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <errno.h>
+#include <poll.h>
+#include <time.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <string>
+
+#include <zyncam_host/Platform.h>
+
+nsecs_t systemTime(int clock) {
+    static constexpr clockid_t kClocks[] = {CLOCK_REALTIME, CLOCK_MONOTONIC,
+                                            CLOCK_PROCESS_CPUTIME_ID, CLOCK_THREAD_CPUTIME_ID,
+                                            CLOCK_BOOTTIME};
+    if (clock < 0 || clock >= 5) {
+        __android_log_assert(nullptr, "Timers", "invalid clock id %d", clock);
+    }
+    timespec t{};
+    clock_gettime(kClocks[clock], &t);
+    return static_cast<nsecs_t>(t.tv_sec) * 1000000000LL + t.tv_nsec;
+}
+
+extern "C" int sync_wait(int fd, int timeout) {
+    if (fd < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    pollfd p{fd, POLLIN, 0};
+    int ret;
+    do {
+        ret = poll(&p, 1, timeout);
+        if (ret > 0) {
+            if (p.revents & (POLLERR | POLLNVAL)) {
+                errno = EINVAL;
+                return -1;
+            }
+            return 0;
+        }
+        if (ret == 0) {
+            errno = ETIME;
+            return -1;
+        }
+    } while (errno == EINTR || errno == EAGAIN);
+    return ret;
+}
+
+namespace {
+
+std::mutex gSphalLock;
+
+// Default: the "hw" folder beside this library, where the build puts the mapper.
+std::string& sphalPath() {
+    static std::string path = [] {
+        if (const char* env = getenv("ZYNCAM_SPHAL_PATH")) return std::string(env);
+        Dl_info info{};
+        if (dladdr(reinterpret_cast<void*>(&sync_wait), &info) && info.dli_fname) {
+            std::string self = info.dli_fname;
+            size_t slash = self.rfind('/');
+            return (slash == std::string::npos ? std::string(".") : self.substr(0, slash)) +
+                   "/hw";
+        }
+        return std::string("hw");
+    }();
+    return path;
+}
+
+std::atomic<bool> gThreadStateAvailable{true};
+std::atomic<uint64_t> gFlushes{0};
+
+}  // namespace
+
+extern "C" void* android_load_sphal_library(const char* name, int flag) {
+    std::string path;
+    {
+        std::lock_guard<std::mutex> lock(gSphalLock);
+        path = sphalPath();
+    }
+    std::stringstream dirs(path);
+    std::string dir;
+    while (std::getline(dirs, dir, ':')) {
+        if (dir.empty()) continue;
+        std::string candidate = dir + "/" + name;
+        if (void* handle = dlopen(candidate.c_str(), flag)) return handle;
+    }
+    __android_log_print(ANDROID_LOG_ERROR, "vndksupport", "Could not load %s from \"%s\": %s",
+                        name, path.c_str(), dlerror());
+    return nullptr;
+}
+
+extern "C" int android_unload_sphal_library(void* handle) {
+    return dlclose(handle);
+}
+
+extern "C" int android_is_in_vendor_process(void) {
+    return 1;
+}
+
+namespace android::hardware {
+
+IPCThreadState* IPCThreadState::self() {
+    if (!gThreadStateAvailable.load()) return nullptr;
+    thread_local std::unique_ptr<IPCThreadState> state(new IPCThreadState);
+    return state.get();
+}
+
+void IPCThreadState::flushCommands() {
+    ++mFlushes;
+    gFlushes.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace android::hardware
+
+namespace zyncam::host {
+
+std::string sphalSearchPath() {
+    std::lock_guard<std::mutex> lock(gSphalLock);
+    return sphalPath();
+}
+
+void setSphalSearchPath(const std::string& path) {
+    std::lock_guard<std::mutex> lock(gSphalLock);
+    sphalPath() = path;
+}
+
+void setBinderThreadStateAvailable(bool available) {
+    gThreadStateAvailable = available;
+}
+
+uint64_t binderFlushCount() {
+    return gFlushes.load();
+}
+
+int openFdCount() {
+    int count = 0;
+    if (DIR* dir = opendir("/proc/self/fd")) {
+        while (dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] != '.') ++count;
+        }
+        closedir(dir);
+        --count;  // the descriptor of the listing itself
+    }
+    return count;
+}
+
+}  // namespace zyncam::host

@@ -1,0 +1,66 @@
+// Pieces shared by the helper's source files; not part of the library's interface.
+#pragma once
+
+#include <cutils/native_handle.h>
+#include <system/graphics.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "GrallocHelperAidlV2Imp.h"
+
+#define LOG_TAG "ZynCam/GrallocHelperAidlV2"
+#define LOG_FILE "utils/gralloc/aidl/v2/GrallocHelper"
+
+namespace GrallocAidlV2 {
+
+// Batch counts of the vendor slow-motion formats, indexed by format - 0x2600.
+inline constexpr uint32_t kFormatBatchNum[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2, 2, 2,
+                                                 2, 2, 2, 2, 2, 2, 4, 8, 16, 32};
+
+// 0x2600-0x2604 and 0x2610-0x2614.
+inline bool isVendorBatchFormat(int32_t format) {
+    uint32_t index = static_cast<uint32_t>(format) - 0x2600u;
+    return index <= 20 && ((0x1F001Fu >> index) & 1u) != 0;
+}
+
+// Frames per buffer handed to layout derivation for a normalised request.
+inline uint32_t batchCountForDerivation(const GrallocHelperAidlV2Imp::MyRequest& request) {
+    return isVendorBatchFormat(request.format) ? kFormatBatchNum[request.format - 0x2600]
+                                               : static_cast<uint32_t>(request.batchNum);
+}
+
+std::string gQueryPixelFormatName(int format);
+std::string gQueryGrallocUsageName(int usage);
+// The interface's dataspace namer: unknown values print as hexadecimal.
+std::string gQueryDataspaceNameHex(int dataspace);
+
+// Gralloc-extension attributes of one buffer.
+struct Extra {
+    int32_t format;
+    uint32_t usage;
+    size_t widthInPixels;
+    size_t heightInPixels;
+    size_t rowStrideInPixels;
+    size_t rowNum;
+    size_t allocSize;
+    uint32_t consumerUsage;
+    uint32_t producerUsage;
+    int32_t stride;
+    int32_t height;
+    bool isAFBC;
+    uint64_t id;
+};
+
+int gQueryExtra(buffer_handle_t buffer, Extra& extra);
+std::string toString(const Extra& extra);
+// Locks the buffer once to learn its plane addresses; a failed lock ends the process.
+void gQueryYCbCr(android_ycbcr& ycbcr, buffer_handle_t buffer, size_t width, size_t height);
+
+}  // namespace GrallocAidlV2
+
+namespace zcam {
+// The free dataspace namer: unknown values print as signed decimal.
+std::string queryDataspaceName(int dataspace);
+}  // namespace zcam

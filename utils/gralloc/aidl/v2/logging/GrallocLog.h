@@ -1,0 +1,101 @@
+// The logging front end: one line reaches the Android log and the camera stack's ULogger as
+// the level gates and ULogger::sMode allow. A disabled line costs only its gate test.
+//
+// Every message format starts with "[%s] ", filled with the calling function's name. Error and
+// fatal lines carry " (%s){#%d:%s}" on the Android-log copy: the function, the source line and
+// LOG_FILE. Each source file defines LOG_TAG and LOG_FILE before including this header.
+#pragma once
+
+#include <android/log.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "ULogger.h"
+
+namespace zcam::logging {
+
+using NSCam::Utils::ULog::ULogger;
+
+inline constexpr uint32_t kModuleId = 0x40007001;
+inline constexpr size_t kLineBufferSize = 1024;
+
+enum ULoggerLevel : int32_t { kError = 1, kWarning = 2, kInfo = 3, kDebug = 5 };
+
+inline bool warningEnabled() {
+    return ULogger::sDetailsLevel >= 2;
+}
+inline bool normalMaskAdmits() {
+    uint32_t mask = ULogger::sNormalDetailsMask;
+    return (mask & (1u << 30)) != 0 && (mask & 0x7000) != 0;
+}
+inline bool infoEnabled() {
+    return ULogger::sDetailsLevel >= 3 && normalMaskAdmits();
+}
+inline bool debugEnabled() {
+    return ULogger::sDetailsLevel >= 5 && normalMaskAdmits();
+}
+inline bool androidLogOn() {
+    return (ULogger::sMode & 1) != 0;
+}
+inline bool uloggerOn() {
+    return (ULogger::sMode & 10) != 0;
+}
+
+// Formats into a 1024-byte buffer and hands it to the sink with the formatter's length.
+void writeULogger(const char* tag, int32_t level, const char* fmt, ...)
+        __attribute__((format(printf, 3, 4)));
+// The ULogger half of a fatal line: the line (when it formats) at level 1, then a flush.
+void fatalULogger(const char* tag, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+}  // namespace zcam::logging
+
+#define ZLOG_EMIT_(prio, level, fmt, ...)                                                   \
+    do {                                                                                    \
+        if (::zcam::logging::androidLogOn())                                                \
+            __android_log_print(prio, LOG_TAG, fmt, __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__); \
+        if (::zcam::logging::uloggerOn())                                                   \
+            ::zcam::logging::writeULogger(LOG_TAG, level, fmt,                              \
+                                          __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);         \
+    } while (0)
+
+#define ZLOGD(fmt, ...)                                                                      \
+    do {                                                                                     \
+        if (::zcam::logging::debugEnabled())                                                 \
+            ZLOG_EMIT_(ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, fmt __VA_OPT__(, ) __VA_ARGS__); \
+    } while (0)
+
+#define ZLOGI(fmt, ...)                                                                     \
+    do {                                                                                    \
+        if (::zcam::logging::infoEnabled())                                                 \
+            ZLOG_EMIT_(ANDROID_LOG_INFO, ::zcam::logging::kInfo, fmt __VA_OPT__(, ) __VA_ARGS__); \
+    } while (0)
+
+#define ZLOGW(fmt, ...)                                                                     \
+    do {                                                                                    \
+        if (::zcam::logging::warningEnabled())                                              \
+            ZLOG_EMIT_(ANDROID_LOG_WARN, ::zcam::logging::kWarning, fmt __VA_OPT__(, ) __VA_ARGS__); \
+    } while (0)
+
+// An error line reported at source line `line`.
+#define ZLOGE_AT(line, fmt, ...)                                                             \
+    do {                                                                                     \
+        if (::zcam::logging::androidLogOn())                                                 \
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, fmt " (%s){#%d:%s}",             \
+                                __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__, __FUNCTION__, line, \
+                                LOG_FILE);                                                   \
+        if (::zcam::logging::uloggerOn())                                                    \
+            ::zcam::logging::writeULogger(LOG_TAG, ::zcam::logging::kError, fmt,             \
+                                          __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);          \
+    } while (0)
+
+#define ZLOGE(fmt, ...) ZLOGE_AT(__LINE__, fmt __VA_OPT__(, ) __VA_ARGS__)
+
+// A fatal line: flushes the ULogger sink, then aborts through __android_log_assert.
+#define ZLOGF(fmt, ...)                                                                       \
+    do {                                                                                      \
+        ::zcam::logging::fatalULogger(LOG_TAG, fmt, __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__); \
+        __android_log_assert(nullptr, LOG_TAG, fmt " (%s){#%d:%s}",                           \
+                             __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__, __FUNCTION__, __LINE__, \
+                             LOG_FILE);                                                       \
+    } while (0)
