@@ -2,6 +2,8 @@
 // path and the per-thread binder state. Tests and tools include this; the library never does.
 #pragma once
 
+#include <android/binder_auto_utils.h>
+
 #include <cstdint>
 #include <string>
 
@@ -26,6 +28,10 @@ void setSphalSearchPath(const std::string& path);
 // Binder: whether threads get an IPCThreadState, and how many flushes happened process-wide.
 void setBinderThreadStateAvailable(bool available);
 uint64_t binderFlushCount();
+
+// Takes a service out of the service manager; returns its binder so it can be put back with
+// AServiceManager_addService.
+ndk::SpAIBinder removeService(const char* instance);
 
 // Number of open descriptors of this process.
 int openFdCount();

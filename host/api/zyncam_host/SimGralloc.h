@@ -1,0 +1,66 @@
+// Controls of the simulated vendor gralloc: counters, fault injection and direct access to
+// buffers. Faults are off until a test turns them on; resetFaults() turns them all off.
+#pragma once
+
+#include <cutils/native_handle.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zyncam::sim {
+
+inline constexpr const char* kMapperSuffix = "zyncamsim";
+inline constexpr const char* kAllocatorInstance =
+        "android.hardware.graphics.allocator.IAllocator/default";
+
+struct Counters {
+    uint64_t allocateCalls = 0;    // allocate2 calls that reached the service
+    uint64_t buffersAllocated = 0;
+    uint64_t imports = 0;          // successful imports
+    uint64_t frees = 0;            // successful frees
+    int64_t liveBuffers = 0;       // imported and not yet freed
+    uint64_t locks = 0;            // successful locks
+    uint64_t unlocks = 0;          // successful unlocks
+    uint64_t metadataGets = 0;     // getStandardMetadata calls
+    uint64_t metadataSets = 0;     // setStandardMetadata calls
+    uint64_t extraQueries = 0;     // gralloc_extra_query calls
+    uint64_t extraPerforms = 0;    // gralloc_extra_perform calls
+};
+Counters counters();
+
+void resetFaults();
+
+// allocate2 answers with this service-specific error (AllocationError), or with a transport
+// failure when `serviceSpecific` is negative.
+void failAllocate(std::optional<int32_t> serviceSpecific);
+// The k-th import from now (1 = the next) fails with BAD_BUFFER; 0 turns it off.
+void failImportAt(int k);
+// lock / unlock answer with this AIMapper_Error (0 turns it off).
+void failLock(int32_t error);
+void failUnlock(int32_t error);
+// unlock hands back a release fence that signals this many milliseconds later (0: no fence).
+void setLateFenceMs(int ms);
+// getStandardMetadata of `type` answers `answer` (a negated AIMapper_Error) without encoding.
+void setMetadataAnswer(int64_t type, std::optional<int32_t> answer);
+// gralloc_extra_query of `attribute` fails with `code`, or reports `value` instead of the truth.
+void failExtraQuery(int attribute, std::optional<int32_t> code);
+void overrideExtraQuery(int attribute, std::optional<int64_t> value);
+// What getIMapperLibrarySuffix answers (the real mapper by default).
+void setMapperSuffix(const std::string& suffix);
+std::string mapperSuffix();
+
+// Names given to dma-bufs of simulated buffers, in the order they were set.
+std::vector<std::string> dmaBufNameHistory();
+void clearDmaBufNameHistory();
+
+// Registers the allocator service again (for example after a test removed it).
+void registerAllocatorService();
+
+// A raw handle of a new buffer, as the allocator would send it; the caller closes and deletes
+// it. Null when the profile does not support the request.
+native_handle_t* createRawBuffer(int32_t width, int32_t height, int32_t format, uint64_t usage,
+                                 int32_t* outStride = nullptr);
+
+}  // namespace zyncam::sim

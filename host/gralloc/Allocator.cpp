@@ -1,0 +1,109 @@
+// The simulated allocator service, registered when the simulated gralloc is loaded.
+#include <aidl/android/hardware/graphics/allocator/AllocationError.h>
+#include <aidl/android/hardware/graphics/allocator/BnAllocator.h>
+#include <android/binder_manager.h>
+
+#include "SimBuffer.h"
+#include "SimControl.h"
+
+namespace zyncam::sim {
+
+namespace {
+
+using aidl::android::hardware::common::NativeHandle;
+using aidl::android::hardware::graphics::allocator::AllocationError;
+using aidl::android::hardware::graphics::allocator::AllocationResult;
+using aidl::android::hardware::graphics::allocator::BnAllocator;
+using aidl::android::hardware::graphics::allocator::BufferDescriptorInfo;
+
+// Usage bits that must be zero.
+constexpr uint64_t kInvalidUsage = (1ull << 19) | (1ull << 21) | 0x0000FFFE00000000ull;
+
+std::optional<BufferDesc> resolve(const BufferDescriptorInfo& d) {
+    if ((static_cast<uint64_t>(d.usage) & kInvalidUsage) != 0 || d.reservedSize < 0 ||
+        !d.additionalOptions.empty()) {
+        return std::nullopt;
+    }
+    return zyncam::sim::resolve(d.width, d.height, static_cast<int32_t>(d.format),
+                                static_cast<uint64_t>(d.usage), d.layerCount);
+}
+
+ndk::ScopedAStatus error(AllocationError e) {
+    return ndk::ScopedAStatus::fromServiceSpecificError(static_cast<int32_t>(e));
+}
+
+class SimAllocator : public BnAllocator {
+public:
+    ndk::ScopedAStatus allocate(const std::vector<uint8_t>&, int32_t, AllocationResult*) override {
+        return ndk::ScopedAStatus::fromExceptionCode(EX_UNSUPPORTED_OPERATION);
+    }
+
+    ndk::ScopedAStatus allocate2(const BufferDescriptorInfo& descriptor, int32_t count,
+                                 AllocationResult* result) override {
+        auto fault = withControl([](Control& c) {
+            ++c.counters.allocateCalls;
+            return c.faults.allocate;
+        });
+        if (fault) {
+            return *fault < 0 ? ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT)
+                              : ndk::ScopedAStatus::fromServiceSpecificError(*fault);
+        }
+        if (count < 0) return error(AllocationError::BAD_DESCRIPTOR);
+        std::optional<BufferDesc> desc = resolve(descriptor);
+        if (!desc) return error(AllocationError::UNSUPPORTED);
+        AllocationResult out;
+        out.stride = desc->stride;
+        for (int32_t i = 0; i < count; ++i) {
+            desc->id = nextBufferId();
+            int pixels = -1, metadata = -1;
+            if (!createBufferMemory(*desc, &pixels, &metadata)) {
+                return error(AllocationError::NO_RESOURCES);
+            }
+            native_handle_t* h = encodeHandle(*desc, pixels, metadata);
+            NativeHandle buffer;
+            buffer.fds.emplace_back(pixels);
+            buffer.fds.emplace_back(metadata);
+            buffer.ints.assign(&h->data[kFdCount], &h->data[kFdCount + kIntCount]);
+            native_handle_delete(h);
+            out.buffers.push_back(std::move(buffer));
+        }
+        withControl([&](Control& c) { c.counters.buffersAllocated += count; });
+        *result = std::move(out);
+        return ndk::ScopedAStatus::ok();
+    }
+
+    ndk::ScopedAStatus isSupported(const BufferDescriptorInfo& descriptor, bool* out) override {
+        *out = resolve(descriptor).has_value();
+        return ndk::ScopedAStatus::ok();
+    }
+
+    ndk::ScopedAStatus getIMapperLibrarySuffix(std::string* out) override {
+        *out = mapperSuffix();
+        return ndk::ScopedAStatus::ok();
+    }
+};
+
+struct Registration {
+    Registration() { registerAllocatorService(); }
+} gRegistration;
+
+}  // namespace
+
+void registerAllocatorService() {
+    static std::shared_ptr<SimAllocator> service = ndk::SharedRefBase::make<SimAllocator>();
+    ndk::SpAIBinder binder = service->asBinder();
+    AServiceManager_addService(binder.get(), kAllocatorInstance);
+}
+
+native_handle_t* createRawBuffer(int32_t width, int32_t height, int32_t format, uint64_t usage,
+                                 int32_t* outStride) {
+    std::optional<BufferDesc> desc = zyncam::sim::resolve(width, height, format, usage, 1);
+    int pixels = -1, metadata = -1;
+    if (!desc) return nullptr;
+    desc->id = nextBufferId();
+    if (!createBufferMemory(*desc, &pixels, &metadata)) return nullptr;
+    if (outStride != nullptr) *outStride = desc->stride;
+    return encodeHandle(*desc, pixels, metadata);
+}
+
+}  // namespace zyncam::sim

@@ -1,0 +1,499 @@
+// The simulated mapper, AIMapper version 5, built as its own shared object mapper.<suffix>.so.
+// Imported handles own duplicated descriptors; locks map the buffer's memory.
+#include <android/hardware/graphics/mapper/IMapper.h>
+#include <android/hardware/graphics/mapper/utils/IMapperMetadataTypes.h>
+#include <android/sync.h>
+
+#include <sys/mman.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <mutex>
+#include <unordered_map>
+
+#include "SimBuffer.h"
+#include "SimControl.h"
+
+namespace zyncam::sim {
+namespace {
+
+namespace common = aidl::android::hardware::graphics::common;
+using android::hardware::graphics::mapper::StandardMetadata;
+using common::StandardMetadataType;
+
+struct Imported {
+    BufferDesc desc;
+    SharedMetadata* metadata = nullptr;
+    void* base = nullptr;  // mapped on first lock, until free
+    int lockCount = 0;
+};
+
+struct Registry {
+    std::mutex lock;
+    std::unordered_map<buffer_handle_t, Imported> buffers;
+};
+
+Registry& registry() {
+    static auto* r = new Registry;
+    return *r;
+}
+
+template <typename F>
+auto withBuffer(buffer_handle_t buffer, F&& f) -> decltype(f(std::declval<Imported*>())) {
+    Registry& r = registry();
+    std::lock_guard<std::mutex> guard(r.lock);
+    auto it = r.buffers.find(buffer);
+    return f(it == r.buffers.end() ? nullptr : &it->second);
+}
+
+AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
+    if (handle == nullptr || outBufferHandle == nullptr || !decodeHandle(handle)) {
+        return AIMAPPER_ERROR_BAD_BUFFER;
+    }
+    bool fail = withControl([](Control& c) {
+        return c.faults.importCountdown > 0 && --c.faults.importCountdown == 0;
+    });
+    if (fail) return AIMAPPER_ERROR_BAD_BUFFER;
+    native_handle_t* clone = native_handle_clone(handle);
+    if (clone == nullptr) return AIMAPPER_ERROR_NO_RESOURCES;
+    Imported imported;
+    imported.desc = *decodeHandle(clone);
+    imported.metadata = mapMetadata(metadataFd(clone));
+    if (imported.metadata == nullptr) {
+        native_handle_close(clone);
+        native_handle_delete(clone);
+        return AIMAPPER_ERROR_BAD_BUFFER;
+    }
+    {
+        Registry& r = registry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        r.buffers.emplace(clone, imported);
+    }
+    withControl([](Control& c) {
+        ++c.counters.imports;
+        ++c.counters.liveBuffers;
+    });
+    *outBufferHandle = clone;
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error freeBuffer(buffer_handle_t buffer) {
+    Imported imported;
+    {
+        Registry& r = registry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        auto it = r.buffers.find(buffer);
+        if (it == r.buffers.end()) return AIMAPPER_ERROR_BAD_BUFFER;
+        imported = it->second;
+        r.buffers.erase(it);
+    }
+    if (imported.base != nullptr) munmap(imported.base, imported.desc.allocSize);
+    unmapMetadata(imported.metadata);
+    native_handle_close(buffer);
+    native_handle_delete(const_cast<native_handle_t*>(buffer));
+    withControl([](Control& c) {
+        ++c.counters.frees;
+        --c.counters.liveBuffers;
+    });
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error getTransportSize(buffer_handle_t buffer, uint32_t* outNumFds,
+                                uint32_t* outNumInts) {
+    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+        return AIMAPPER_ERROR_BAD_BUFFER;
+    }
+    *outNumFds = kFdCount;
+    *outNumInts = kIntCount;
+    return AIMAPPER_ERROR_NONE;
+}
+
+bool validRegion(const ARect& r, const BufferDesc& d) {
+    if (r.left == 0 && r.top == 0 && r.right == 0 && r.bottom == 0) return true;
+    return r.left >= 0 && r.top >= 0 && r.right > r.left && r.bottom > r.top &&
+           r.right <= d.width && r.bottom <= d.height;
+}
+
+AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int acquireFence,
+                    void** outData) {
+    // The fence is ours whatever happens: wait for the producer, then close it.
+    if (acquireFence >= 0) {
+        sync_wait(acquireFence, -1);
+        close(acquireFence);
+    }
+    const int32_t fault = withControl([](Control& c) { return c.faults.lock; });
+    Registry& r = registry();
+    std::lock_guard<std::mutex> guard(r.lock);
+    auto it = r.buffers.find(buffer);
+    if (it == r.buffers.end()) return AIMAPPER_ERROR_BAD_BUFFER;
+    Imported& b = it->second;
+    if (cpuUsage == 0 || (cpuUsage & ~uint64_t{0xFF}) != 0 || !validRegion(region, b.desc) ||
+        (b.desc.usage & kUsageProtected) != 0 || outData == nullptr) {
+        return AIMAPPER_ERROR_BAD_VALUE;
+    }
+    if (fault != 0) return static_cast<AIMapper_Error>(fault);
+    if (b.base == nullptr) {
+        void* p = mmap(nullptr, b.desc.allocSize, PROT_READ | PROT_WRITE, MAP_SHARED,
+                       pixelFd(buffer), 0);
+        if (p == MAP_FAILED) return AIMAPPER_ERROR_NO_RESOURCES;
+        b.base = p;
+    }
+    ++b.lockCount;
+    *outData = b.base;
+    withControl([](Control& c) { ++c.counters.locks; });
+    return AIMAPPER_ERROR_NONE;
+}
+
+// A fence that signals `ms` milliseconds from now.
+int lateFence(int ms) {
+    int fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    if (fd < 0) return -1;
+    itimerspec when{};
+    when.it_value.tv_sec = ms / 1000;
+    when.it_value.tv_nsec = (ms % 1000) * 1000000L;
+    timerfd_settime(fd, 0, &when, nullptr);
+    return fd;
+}
+
+AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
+    *releaseFence = -1;
+    auto [fault, lateMs] =
+            withControl([](Control& c) { return std::pair{c.faults.unlock, c.faults.lateFenceMs}; });
+    {
+        Registry& r = registry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        auto it = r.buffers.find(buffer);
+        if (it == r.buffers.end() || it->second.lockCount == 0) return AIMAPPER_ERROR_BAD_BUFFER;
+        if (fault != 0) return static_cast<AIMapper_Error>(fault);
+        --it->second.lockCount;
+    }
+    if (lateMs > 0) *releaseFence = lateFence(lateMs);
+    withControl([](Control& c) { ++c.counters.unlocks; });
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error checkLocked(buffer_handle_t buffer) {
+    bool locked = withBuffer(buffer, [](Imported* b) { return b != nullptr && b->lockCount > 0; });
+    return locked ? AIMAPPER_ERROR_NONE : AIMAPPER_ERROR_BAD_BUFFER;
+}
+
+template <StandardMetadataType T>
+int32_t encode(const typename StandardMetadata<T>::value_type& v, void* dest, size_t size) {
+    return StandardMetadata<T>::value::encode(v, dest, size);
+}
+
+std::optional<std::vector<uint8_t>> blob(const DynamicBlob& b) {
+    if (!b.set) return std::nullopt;
+    return std::vector<uint8_t>(b.bytes, b.bytes + b.length);
+}
+
+int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, void* dest,
+                       size_t size) {
+    using T = StandardMetadataType;
+    m.lock();
+    int32_t result = -AIMAPPER_ERROR_UNSUPPORTED;
+    switch (static_cast<T>(type)) {
+        case T::BUFFER_ID: result = encode<T::BUFFER_ID>(d.id, dest, size); break;
+        case T::NAME: result = encode<T::NAME>(std::string(), dest, size); break;
+        case T::WIDTH: result = encode<T::WIDTH>(d.width, dest, size); break;
+        case T::HEIGHT: result = encode<T::HEIGHT>(d.height, dest, size); break;
+        case T::LAYER_COUNT: result = encode<T::LAYER_COUNT>(d.layerCount, dest, size); break;
+        case T::PIXEL_FORMAT_REQUESTED:
+            result = encode<T::PIXEL_FORMAT_REQUESTED>(common::PixelFormat(d.requestedFormat),
+                                                       dest, size);
+            break;
+        case T::PIXEL_FORMAT_MODIFIER: result = encode<T::PIXEL_FORMAT_MODIFIER>(0, dest, size); break;
+        case T::USAGE:
+            result = encode<T::USAGE>(common::BufferUsage(d.usage), dest, size);
+            break;
+        case T::ALLOCATION_SIZE: result = encode<T::ALLOCATION_SIZE>(d.allocSize, dest, size); break;
+        case T::PROTECTED_CONTENT:
+            result = encode<T::PROTECTED_CONTENT>((d.usage & kUsageProtected) ? 1 : 0, dest, size);
+            break;
+        case T::COMPRESSION:
+            result = encode<T::COMPRESSION>({"android.hardware.graphics.common.Compression", 0},
+                                            dest, size);
+            break;
+        case T::INTERLACED:
+            result = encode<T::INTERLACED>({"android.hardware.graphics.common.Interlaced", 0},
+                                           dest, size);
+            break;
+        case T::PLANE_LAYOUTS: result = encode<T::PLANE_LAYOUTS>(planeLayouts(d), dest, size); break;
+        case T::CROP: {
+            std::vector<common::Rect> crops(planeLayouts(d).size(),
+                                            common::Rect{0, 0, d.width, d.height});
+            result = encode<T::CROP>(crops, dest, size);
+            break;
+        }
+        case T::DATASPACE:
+            result = encode<T::DATASPACE>(common::Dataspace(m.dataspace), dest, size);
+            break;
+        case T::BLEND_MODE:
+            result = encode<T::BLEND_MODE>(common::BlendMode(m.blendMode), dest, size);
+            break;
+        case T::SMPTE2086: {
+            std::optional<common::Smpte2086> v;
+            if (m.smpte2086Set) {
+                static_assert(sizeof(common::Smpte2086) == sizeof(m.smpte2086));
+                v.emplace();
+                memcpy(&*v, m.smpte2086, sizeof(m.smpte2086));
+            }
+            result = encode<T::SMPTE2086>(v, dest, size);
+            break;
+        }
+        case T::CTA861_3: {
+            std::optional<common::Cta861_3> v;
+            if (m.cta861_3Set) v = common::Cta861_3{m.cta861_3[0], m.cta861_3[1]};
+            result = encode<T::CTA861_3>(v, dest, size);
+            break;
+        }
+        case T::SMPTE2094_40: result = encode<T::SMPTE2094_40>(blob(m.smpte2094_40), dest, size); break;
+        case T::SMPTE2094_10: result = encode<T::SMPTE2094_10>(blob(m.smpte2094_10), dest, size); break;
+        case T::STRIDE:
+            result = encode<T::STRIDE>(static_cast<uint32_t>(d.stride), dest, size);
+            break;
+        default:
+            break;
+    }
+    m.unlock();
+    return result;
+}
+
+int32_t getStandardMetadata(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
+    auto answer = withControl([&](Control& c) -> std::optional<int32_t> {
+        ++c.counters.metadataGets;
+        auto it = c.faults.metadataAnswers.find(type);
+        if (it == c.faults.metadataAnswers.end()) return std::nullopt;
+        return it->second;
+    });
+    if (answer) return *answer;
+    if (dest == nullptr && size != 0) return -AIMAPPER_ERROR_BAD_VALUE;
+    return withBuffer(buffer, [&](Imported* b) {
+        if (b == nullptr) return static_cast<int32_t>(-AIMAPPER_ERROR_BAD_BUFFER);
+        return encodeStandard(b->desc, *b->metadata, type, dest, size);
+    });
+}
+
+int32_t getMetadata(buffer_handle_t buffer, AIMapper_MetadataType type, void* dest, size_t size) {
+    if (type.name == nullptr || android::hardware::graphics::mapper::kStandardMetadataTypeName !=
+                                        std::string_view(type.name)) {
+        return -AIMAPPER_ERROR_UNSUPPORTED;
+    }
+    return getStandardMetadata(buffer, type.value, dest, size);
+}
+
+template <StandardMetadataType T>
+auto decode(const void* data, size_t size) {
+    return StandardMetadata<T>::value::decode(data, size);
+}
+
+AIMapper_Error storeBlob(DynamicBlob& b, const std::optional<std::vector<uint8_t>>& v) {
+    if (v && v->size() > kDynamicCapacity) return AIMAPPER_ERROR_NO_RESOURCES;
+    b.set = v.has_value();
+    b.length = v ? static_cast<uint32_t>(v->size()) : 0;
+    if (v && !v->empty()) memcpy(b.bytes, v->data(), v->size());
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error decodeAndStore(SharedMetadata& m, int64_t type, const void* data, size_t size) {
+    using T = StandardMetadataType;
+    switch (static_cast<T>(type)) {
+        case T::BUFFER_ID:
+        case T::NAME:
+        case T::WIDTH:
+        case T::HEIGHT:
+        case T::LAYER_COUNT:
+        case T::PIXEL_FORMAT_REQUESTED:
+        case T::USAGE:
+            return AIMAPPER_ERROR_BAD_VALUE;
+        case T::DATASPACE: {
+            auto v = decode<T::DATASPACE>(data, size);
+            if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
+            m.dataspace = static_cast<int32_t>(*v);
+            return AIMAPPER_ERROR_NONE;
+        }
+        case T::BLEND_MODE: {
+            auto v = decode<T::BLEND_MODE>(data, size);
+            if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
+            m.blendMode = static_cast<int32_t>(*v);
+            return AIMAPPER_ERROR_NONE;
+        }
+        case T::SMPTE2086: {
+            auto v = decode<T::SMPTE2086>(data, size);
+            if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
+            m.smpte2086Set = v->has_value();
+            if (*v) memcpy(m.smpte2086, &**v, sizeof(m.smpte2086));
+            return AIMAPPER_ERROR_NONE;
+        }
+        case T::CTA861_3: {
+            auto v = decode<T::CTA861_3>(data, size);
+            if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
+            m.cta861_3Set = v->has_value();
+            if (*v) {
+                m.cta861_3[0] = (*v)->maxContentLightLevel;
+                m.cta861_3[1] = (*v)->maxFrameAverageLightLevel;
+            }
+            return AIMAPPER_ERROR_NONE;
+        }
+        case T::SMPTE2094_40: {
+            auto v = decode<T::SMPTE2094_40>(data, size);
+            return v ? storeBlob(m.smpte2094_40, *v) : AIMAPPER_ERROR_UNSUPPORTED;
+        }
+        case T::SMPTE2094_10: {
+            auto v = decode<T::SMPTE2094_10>(data, size);
+            return v ? storeBlob(m.smpte2094_10, *v) : AIMAPPER_ERROR_UNSUPPORTED;
+        }
+        default:
+            return AIMAPPER_ERROR_UNSUPPORTED;
+    }
+}
+
+AIMapper_Error setStandardMetadata(buffer_handle_t buffer, int64_t type, const void* data,
+                                   size_t size) {
+    withControl([](Control& c) { ++c.counters.metadataSets; });
+    return withBuffer(buffer, [&](Imported* b) {
+        if (b == nullptr) return AIMAPPER_ERROR_BAD_BUFFER;
+        b->metadata->lock();
+        AIMapper_Error e = decodeAndStore(*b->metadata, type, data, size);
+        b->metadata->unlock();
+        return e;
+    });
+}
+
+AIMapper_Error setMetadata(buffer_handle_t buffer, AIMapper_MetadataType type, const void* data,
+                           size_t size) {
+    if (type.name == nullptr || android::hardware::graphics::mapper::kStandardMetadataTypeName !=
+                                        std::string_view(type.name)) {
+        return AIMAPPER_ERROR_UNSUPPORTED;
+    }
+    return setStandardMetadata(buffer, type.value, data, size);
+}
+
+constexpr const char* kStandardName = "android.hardware.graphics.common.StandardMetadataType";
+
+AIMapper_MetadataTypeDescription describe(StandardMetadataType type, bool settable) {
+    AIMapper_MetadataTypeDescription d{};
+    d.metadataType = {kStandardName, static_cast<int64_t>(type)};
+    d.isGettable = true;
+    d.isSettable = settable;
+    return d;
+}
+
+AIMapper_Error listSupportedMetadataTypes(const AIMapper_MetadataTypeDescription** outList,
+                                          size_t* outCount) {
+    using T = StandardMetadataType;
+    static const AIMapper_MetadataTypeDescription kList[] = {
+            describe(T::BUFFER_ID, false),     describe(T::NAME, false),
+            describe(T::WIDTH, false),         describe(T::HEIGHT, false),
+            describe(T::LAYER_COUNT, false),   describe(T::PIXEL_FORMAT_REQUESTED, false),
+            describe(T::PIXEL_FORMAT_MODIFIER, false), describe(T::USAGE, false),
+            describe(T::ALLOCATION_SIZE, false), describe(T::PROTECTED_CONTENT, false),
+            describe(T::COMPRESSION, false),   describe(T::INTERLACED, false),
+            describe(T::PLANE_LAYOUTS, false), describe(T::CROP, false),
+            describe(T::DATASPACE, true),      describe(T::BLEND_MODE, true),
+            describe(T::SMPTE2086, true),      describe(T::CTA861_3, true),
+            describe(T::SMPTE2094_40, true),   describe(T::SMPTE2094_10, true),
+            describe(T::STRIDE, false),
+    };
+    *outList = kList;
+    *outCount = sizeof(kList) / sizeof(kList[0]);
+    return AIMAPPER_ERROR_NONE;
+}
+
+void dumpOne(buffer_handle_t buffer, AIMapper_DumpBufferCallback callback, void* context) {
+    const AIMapper_MetadataTypeDescription* list = nullptr;
+    size_t count = 0;
+    listSupportedMetadataTypes(&list, &count);
+    for (size_t i = 0; i < count; ++i) {
+        int64_t type = list[i].metadataType.value;
+        int32_t size = getStandardMetadata(buffer, type, nullptr, 0);
+        if (size <= 0) continue;
+        std::vector<uint8_t> bytes(size);
+        if (getStandardMetadata(buffer, type, bytes.data(), bytes.size()) == size) {
+            callback(context, list[i].metadataType, bytes.data(), bytes.size());
+        }
+    }
+}
+
+AIMapper_Error dumpBuffer(buffer_handle_t buffer, AIMapper_DumpBufferCallback callback,
+                          void* context) {
+    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+        return AIMAPPER_ERROR_BAD_BUFFER;
+    }
+    dumpOne(buffer, callback, context);
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error dumpAllBuffers(AIMapper_BeginDumpBufferCallback begin,
+                              AIMapper_DumpBufferCallback callback, void* context) {
+    std::vector<buffer_handle_t> buffers;
+    {
+        Registry& r = registry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        for (const auto& [handle, imported] : r.buffers) buffers.push_back(handle);
+    }
+    for (buffer_handle_t buffer : buffers) {
+        begin(context);
+        dumpOne(buffer, callback, context);
+    }
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error getReservedRegion(buffer_handle_t buffer, void** outRegion, uint64_t* outSize) {
+    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+        return AIMAPPER_ERROR_BAD_BUFFER;
+    }
+    *outRegion = nullptr;
+    *outSize = 0;
+    return AIMAPPER_ERROR_NONE;
+}
+
+[[maybe_unused]] AIMapper* mapper() {
+    static AIMapper m = [] {
+        AIMapper a{};
+        a.version = AIMAPPER_VERSION_5;
+        a.v5 = {importBuffer,
+                freeBuffer,
+                getTransportSize,
+                lock,
+                unlock,
+                checkLocked,
+                checkLocked,
+                getMetadata,
+                getStandardMetadata,
+                setMetadata,
+                setStandardMetadata,
+                listSupportedMetadataTypes,
+                dumpBuffer,
+                dumpAllBuffers,
+                getReservedRegion};
+        return a;
+    }();
+    return &m;
+}
+
+}  // namespace
+}  // namespace zyncam::sim
+
+// Variants built for tests of a broken mapper library: without the loader symbol, with a
+// loader that finds nothing, and with one that reports an error but still hands over a table.
+#ifndef ZYNCAM_SIM_MAPPER_NO_LOADER
+extern "C" __attribute__((visibility("default"))) AIMapper_Error AIMapper_loadIMapper(
+        AIMapper** outImplementation) {
+#if defined(ZYNCAM_SIM_MAPPER_NULL_LOADER)
+    (void)outImplementation;
+    return AIMAPPER_ERROR_UNSUPPORTED;
+#elif defined(ZYNCAM_SIM_MAPPER_ERROR_LOADER)
+    *outImplementation = zyncam::sim::mapper();
+    return AIMAPPER_ERROR_UNSUPPORTED;
+#else
+    *outImplementation = zyncam::sim::mapper();
+    return AIMAPPER_ERROR_NONE;
+#endif
+}
+#endif
+
+extern "C" {
+__attribute__((visibility("default"))) int32_t ANDROID_HAL_MAPPER_VERSION = AIMAPPER_VERSION_5;
+}

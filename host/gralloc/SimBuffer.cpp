@@ -1,0 +1,141 @@
+#include "SimBuffer.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace zyncam::sim {
+
+static_assert(sizeof(GrallocExtraSfInfo) == 64);
+static_assert(offsetof(GrallocExtraSfInfo, status) == 56);
+
+namespace {
+
+enum Int {
+    kIntMagic,
+    kIntWidth,
+    kIntHeight,
+    kIntFormat,
+    kIntRequestedFormat,
+    kIntUsageLo,
+    kIntUsageHi,
+    kIntStride,
+    kIntRows,
+    kIntSizeLo,
+    kIntSizeHi,
+    kIntLayers,
+    kIntIdLo,
+    kIntIdHi,
+    kIntFlags,  // bit 0: AFBC; bits 8..15: frames
+};
+static_assert(kIntFlags + 1 == kIntCount);
+
+int32_t lo(uint64_t v) {
+    return static_cast<int32_t>(v & 0xFFFFFFFFu);
+}
+int32_t hi(uint64_t v) {
+    return static_cast<int32_t>(v >> 32);
+}
+uint64_t join(int32_t l, int32_t h) {
+    return (static_cast<uint64_t>(static_cast<uint32_t>(h)) << 32) | static_cast<uint32_t>(l);
+}
+
+constexpr size_t kMetadataSize = (sizeof(SharedMetadata) + 4095) / 4096 * 4096;
+
+}  // namespace
+
+native_handle_t* encodeHandle(const BufferDesc& d, int pixels, int metadata) {
+    native_handle_t* h = native_handle_create(kFdCount, kIntCount);
+    if (h == nullptr) return nullptr;
+    h->data[0] = pixels;
+    h->data[1] = metadata;
+    int* ints = &h->data[kFdCount];
+    ints[kIntMagic] = kMagic;
+    ints[kIntWidth] = d.width;
+    ints[kIntHeight] = d.height;
+    ints[kIntFormat] = d.format;
+    ints[kIntRequestedFormat] = d.requestedFormat;
+    ints[kIntUsageLo] = lo(d.usage);
+    ints[kIntUsageHi] = hi(d.usage);
+    ints[kIntStride] = d.stride;
+    ints[kIntRows] = d.rows;
+    ints[kIntSizeLo] = lo(d.allocSize);
+    ints[kIntSizeHi] = hi(d.allocSize);
+    ints[kIntLayers] = d.layerCount;
+    ints[kIntIdLo] = lo(d.id);
+    ints[kIntIdHi] = hi(d.id);
+    ints[kIntFlags] = (d.afbc ? 1 : 0) | (d.frames << 8);
+    return h;
+}
+
+std::optional<BufferDesc> decodeHandle(const native_handle_t* h) {
+    if (h == nullptr || h->version != sizeof(native_handle_t) || h->numFds != kFdCount ||
+        h->numInts != kIntCount || h->data[kFdCount + kIntMagic] != kMagic) {
+        return std::nullopt;
+    }
+    const int* ints = &h->data[kFdCount];
+    BufferDesc d;
+    d.width = ints[kIntWidth];
+    d.height = ints[kIntHeight];
+    d.format = ints[kIntFormat];
+    d.requestedFormat = ints[kIntRequestedFormat];
+    d.usage = join(ints[kIntUsageLo], ints[kIntUsageHi]);
+    d.stride = ints[kIntStride];
+    d.rows = ints[kIntRows];
+    d.allocSize = join(ints[kIntSizeLo], ints[kIntSizeHi]);
+    d.layerCount = ints[kIntLayers];
+    d.id = join(ints[kIntIdLo], ints[kIntIdHi]);
+    d.afbc = (ints[kIntFlags] & 1) != 0;
+    d.frames = (ints[kIntFlags] >> 8) & 0xFF;
+    return d;
+}
+
+SharedMetadata* mapMetadata(int fd) {
+    void* p = mmap(nullptr, kMetadataSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (p == MAP_FAILED) return nullptr;
+    auto* metadata = static_cast<SharedMetadata*>(p);
+    if (metadata->magic != kMagic) {
+        munmap(p, kMetadataSize);
+        return nullptr;
+    }
+    return metadata;
+}
+
+void unmapMetadata(SharedMetadata* metadata) {
+    if (metadata != nullptr) munmap(metadata, kMetadataSize);
+}
+
+bool createBufferMemory(const BufferDesc& d, int* outPixelFd, int* outMetadataFd) {
+    int pixels = memfd_create("zyncam-gralloc", MFD_CLOEXEC);
+    int metadata = memfd_create("zyncam-gralloc-metadata", MFD_CLOEXEC);
+    if (pixels < 0 || metadata < 0 || ftruncate(pixels, static_cast<off_t>(d.allocSize)) != 0 ||
+        ftruncate(metadata, kMetadataSize) != 0) {
+        if (pixels >= 0) close(pixels);
+        if (metadata >= 0) close(metadata);
+        return false;
+    }
+    void* p = mmap(nullptr, kMetadataSize, PROT_READ | PROT_WRITE, MAP_SHARED, metadata, 0);
+    if (p == MAP_FAILED) {
+        close(pixels);
+        close(metadata);
+        return false;
+    }
+    auto* m = new (p) SharedMetadata{};  // memfd pages start zeroed
+    m->magic = kMagic;
+    m->dataspace = 0;
+    m->blendMode = 1;  // NONE
+    if (d.afbc) m->sfInfo.status |= GRALLOC_EXTRA_BIT_AFBC;
+    munmap(p, kMetadataSize);
+    *outPixelFd = pixels;
+    *outMetadataFd = metadata;
+    return true;
+}
+
+uint64_t nextBufferId() {
+    static std::atomic<uint64_t> next{1};
+    return (static_cast<uint64_t>(getpid()) << 32) | next.fetch_add(1);
+}
+
+}  // namespace zyncam::sim

@@ -1,0 +1,97 @@
+// Buffers of the simulated gralloc: what their handles carry, the device profile that lays
+// them out, and the metadata they share between every importer.
+#pragma once
+
+#include <aidl/android/hardware/graphics/common/PlaneLayout.h>
+#include <cutils/native_handle.h>
+#include <gralloc_extra.h>
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace zyncam::sim {
+
+// Usage bit of the vendor range that asks for AFBC compression of YUV 4:2:0 buffers.
+inline constexpr uint64_t kUsageAfbc = 0x10000000;
+inline constexpr uint64_t kUsageSmvr = 0x20000000;
+inline constexpr uint64_t kUsageProtected = 0x4000;
+
+// Everything the allocator decided about one buffer.
+struct BufferDesc {
+    int32_t width = 0;
+    int32_t height = 0;
+    int32_t format = 0;           // resolved
+    int32_t requestedFormat = 0;
+    uint64_t usage = 0;
+    int32_t stride = 0;           // row stride in pixels (bytes for RAW10, RAW_OPAQUE, BLOB)
+    int32_t rows = 0;             // rows allocated (per layer, all frames included)
+    uint64_t allocSize = 0;
+    int32_t layerCount = 1;
+    uint64_t id = 0;
+    bool afbc = false;
+    int32_t frames = 1;           // slow-motion frames carried by the buffer
+};
+
+// The device profile: how a request is laid out, or nothing when it is not supported.
+std::optional<BufferDesc> resolve(int32_t width, int32_t height, int32_t format, uint64_t usage,
+                                  int32_t layerCount);
+// The plane layouts that the mapper reports for a buffer.
+std::vector<aidl::android::hardware::graphics::common::PlaneLayout> planeLayouts(
+        const BufferDesc& desc);
+
+// Handle encoding: descriptors [pixels, metadata], then kIntCount integers.
+inline constexpr int kFdCount = 2;
+inline constexpr int kIntCount = 15;
+inline constexpr int32_t kMagic = 0x5A53494D;  // "ZSIM"
+
+native_handle_t* encodeHandle(const BufferDesc& desc, int pixelFd, int metadataFd);
+// The description carried by a handle, when it is a handle of this gralloc.
+std::optional<BufferDesc> decodeHandle(const native_handle_t* handle);
+inline int pixelFd(const native_handle_t* handle) {
+    return handle->data[0];
+}
+inline int metadataFd(const native_handle_t* handle) {
+    return handle->data[1];
+}
+
+inline constexpr uint32_t kDynamicCapacity = 16384;
+
+struct DynamicBlob {
+    uint32_t set;
+    uint32_t length;
+    uint8_t bytes[kDynamicCapacity];
+};
+
+// Metadata in shared memory of the buffer, seen alike by every importer. `spin` guards it.
+struct SharedMetadata {
+    int32_t magic;
+    std::atomic<uint32_t> spin;
+    GrallocExtraSfInfo sfInfo;
+    uint64_t sofTime;
+    int32_t dataspace;
+    int32_t blendMode;
+    uint32_t smpte2086Set;
+    float smpte2086[10];
+    uint32_t cta861_3Set;
+    float cta861_3[2];
+    DynamicBlob smpte2094_40;
+    DynamicBlob smpte2094_10;
+
+    void lock() {
+        while (spin.exchange(1, std::memory_order_acquire) != 0) {
+        }
+    }
+    void unlock() { spin.store(0, std::memory_order_release); }
+};
+
+// Maps a buffer's metadata; null when the descriptor is not one of ours.
+SharedMetadata* mapMetadata(int fd);
+void unmapMetadata(SharedMetadata* metadata);
+
+// Creates the memory of a new buffer; false when memory runs out.
+bool createBufferMemory(const BufferDesc& desc, int* outPixelFd, int* outMetadataFd);
+uint64_t nextBufferId();
+
+}  // namespace zyncam::sim

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <aidl/android/hardware/common/NativeHandle.h>
+
+#include <vector>
+
+namespace aidl::android::hardware::graphics::allocator {
+
+class AllocationResult {
+public:
+    static const char* descriptor;
+    int32_t stride = 0;  // pixels
+    std::vector<common::NativeHandle> buffers;
+};
+inline const char* AllocationResult::descriptor =
+        "android.hardware.graphics.allocator.AllocationResult";
+
+}  // namespace aidl::android::hardware::graphics::allocator

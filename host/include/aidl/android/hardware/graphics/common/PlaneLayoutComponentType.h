@@ -1,0 +1,34 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace aidl::android::hardware::graphics::common {
+
+enum class PlaneLayoutComponentType : int64_t {
+    Y = 1L,
+    CB = 2L,
+    CR = 4L,
+    R = 1024L,
+    G = 2048L,
+    B = 4096L,
+    RAW = 1048576L,
+    A = 1073741824L,
+};
+
+inline std::string toString(PlaneLayoutComponentType val) {
+    switch (val) {
+        case PlaneLayoutComponentType::Y: return "Y";
+        case PlaneLayoutComponentType::CB: return "CB";
+        case PlaneLayoutComponentType::CR: return "CR";
+        case PlaneLayoutComponentType::R: return "R";
+        case PlaneLayoutComponentType::G: return "G";
+        case PlaneLayoutComponentType::B: return "B";
+        case PlaneLayoutComponentType::RAW: return "RAW";
+        case PlaneLayoutComponentType::A: return "A";
+    }
+    return std::to_string(static_cast<int64_t>(val));
+}
+
+}  // namespace aidl::android::hardware::graphics::common
