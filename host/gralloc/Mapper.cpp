@@ -117,12 +117,13 @@ bool validRegion(const ARect& r, const BufferDesc& d) {
 
 AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int acquireFence,
                     void** outData) {
+    auto [fault, closesFence] = withControl(
+            [](Control& c) { return std::pair{c.faults.lock, c.faults.lockClosesAcquireFence}; });
     // The fence is ours whatever happens: wait for the producer, then close it.
     if (acquireFence >= 0) {
         sync_wait(acquireFence, -1);
-        close(acquireFence);
+        if (closesFence) close(acquireFence);
     }
-    const int32_t fault = withControl([](Control& c) { return c.faults.lock; });
     Registry& r = registry();
     std::lock_guard<std::mutex> guard(r.lock);
     auto it = r.buffers.find(buffer);
@@ -219,7 +220,11 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
             result = encode<T::INTERLACED>({"android.hardware.graphics.common.Interlaced", 0},
                                            dest, size);
             break;
-        case T::PLANE_LAYOUTS: result = encode<T::PLANE_LAYOUTS>(planeLayouts(d), dest, size); break;
+        case T::PLANE_LAYOUTS: {
+            auto layouts = withControl([](Control& c) { return c.faults.planeLayouts; });
+            result = encode<T::PLANE_LAYOUTS>(layouts ? *layouts : planeLayouts(d), dest, size);
+            break;
+        }
         case T::CROP: {
             std::vector<common::Rect> crops(planeLayouts(d).size(),
                                             common::Rect{0, 0, d.width, d.height});

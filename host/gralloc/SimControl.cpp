@@ -45,6 +45,15 @@ void setMetadataAnswer(int64_t type, std::optional<int32_t> answer) {
     });
 }
 
+void overridePlaneLayouts(
+        std::optional<std::vector<aidl::android::hardware::graphics::common::PlaneLayout>> layouts) {
+    withControl([&](Control& c) { c.faults.planeLayouts = std::move(layouts); });
+}
+
+void setLockClosesAcquireFence(bool closes) {
+    withControl([&](Control& c) { c.faults.lockClosesAcquireFence = closes; });
+}
+
 void failExtraQuery(int attribute, std::optional<int32_t> code) {
     withControl([&](Control& c) {
         if (code) {

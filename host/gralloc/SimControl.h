@@ -21,6 +21,8 @@ struct Faults {
     std::map<int, int32_t> extraFailures;
     std::map<int, int64_t> extraOverrides;
     std::string mapperSuffix = kMapperSuffix;
+    std::optional<std::vector<aidl::android::hardware::graphics::common::PlaneLayout>> planeLayouts;
+    bool lockClosesAcquireFence = true;
 };
 
 // The state, under its lock.

@@ -2,6 +2,7 @@
 // buffers. Faults are off until a test turns them on; resetFaults() turns them all off.
 #pragma once
 
+#include <aidl/android/hardware/graphics/common/PlaneLayout.h>
 #include <cutils/native_handle.h>
 
 #include <cstdint>
@@ -44,6 +45,11 @@ void failUnlock(int32_t error);
 void setLateFenceMs(int ms);
 // getStandardMetadata of `type` answers `answer` (a negated AIMapper_Error) without encoding.
 void setMetadataAnswer(int64_t type, std::optional<int32_t> answer);
+// PLANE_LAYOUTS answers these layouts instead of the buffer's own.
+void overridePlaneLayouts(
+        std::optional<std::vector<aidl::android::hardware::graphics::common::PlaneLayout>> layouts);
+// Whether lock closes the acquire fence it is given, as a mapper must (on by default).
+void setLockClosesAcquireFence(bool closes);
 // gralloc_extra_query of `attribute` fails with `code`, or reports `value` instead of the truth.
 void failExtraQuery(int attribute, std::optional<int32_t> code);
 void overrideExtraQuery(int attribute, std::optional<int64_t> value);

@@ -10,7 +10,7 @@ class AllocationResult {
 public:
     static const char* descriptor;
     int32_t stride = 0;  // pixels
-    std::vector<common::NativeHandle> buffers;
+    std::vector<::aidl::android::hardware::common::NativeHandle> buffers;
 };
 inline const char* AllocationResult::descriptor =
         "android.hardware.graphics.allocator.AllocationResult";

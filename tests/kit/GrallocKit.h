@@ -1,0 +1,44 @@
+// Test kit for the graphics half: fault scopes and adapters built once per test program.
+#pragma once
+
+#include <zyncam_host/Platform.h>
+#include <zyncam_host/SimGralloc.h>
+
+#include "GrallocAllocatorAidlV2.h"
+#include "GrallocMapperAidlV2.h"
+
+namespace testkit {
+
+// Every simulator fault is off inside the scope and again after it.
+class SimFaults {
+public:
+    SimFaults() { reset(); }
+    ~SimFaults() { reset(); }
+
+private:
+    static void reset() {
+        zyncam::sim::resetFaults();
+        zyncam::host::setBinderThreadStateAvailable(true);
+    }
+};
+
+const NSCam::GrallocMapperAidlV2::MapperV5& mapper();
+const NSCam::GrallocAllocatorAidlV2::AllocatorAidl& allocator();
+
+// A buffer allocated through the allocator adapter, freed at the end of the scope.
+class Buffer {
+public:
+    Buffer(uint32_t width, uint32_t height, int32_t format, uint64_t usage);
+    ~Buffer();
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+
+    const native_handle* get() const { return mHandle; }
+    uint32_t stride() const { return mStride; }
+
+private:
+    const native_handle* mHandle = nullptr;
+    uint32_t mStride = 0;
+};
+
+}  // namespace testkit
