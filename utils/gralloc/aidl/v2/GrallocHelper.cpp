@@ -1,0 +1,389 @@
+// The helper: lifecycle, the layout query and its cache, per-buffer operations and setters.
+#include <android/sync.h>
+#include <cutils/properties.h>
+#include <gralloc_extra.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <utils/Timers.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "GrallocAllocatorAidlV2.h"
+#include "GrallocHelperInternal.h"
+#include "GrallocMapperAidlV2.h"
+#include "logging/GrallocLog.h"
+
+namespace GrallocAidlV2 {
+
+using NSCam::GrallocAllocatorAidlV2::AllocatorAidl;
+using NSCam::GrallocMapperAidlV2::MapperV5;
+using NSCam::Utils::ULog::ULogger;
+
+// Released at exit in reverse order: the allocator, which uses the mapper, goes first.
+std::unique_ptr<const MapperV5> gMapperV5;
+std::unique_ptr<const AllocatorAidl> gAllocatorAidl;
+std::atomic<int32_t> gLogLevel{0};
+
+namespace {
+
+constexpr unsigned long kDmaBufSetName = 0x40086201;  // DMA_BUF_SET_NAME_B
+constexpr const char* kLogLevelProperty = "debug.zyncam.utils.gralloc.loglevel";
+
+class AutoLock {
+public:
+    explicit AutoLock(pthread_mutex_t& mutex) : mMutex(mutex) { pthread_mutex_lock(&mMutex); }
+    ~AutoLock() { pthread_mutex_unlock(&mMutex); }
+    AutoLock(const AutoLock&) = delete;
+    AutoLock& operator=(const AutoLock&) = delete;
+
+private:
+    pthread_mutex_t& mMutex;
+};
+
+bool hasAliasEntry(int32_t format) {
+    return format == 0x22 || format == 0x23 || isVendorBatchFormat(format);
+}
+
+}  // namespace
+
+GrallocHelperAidlV2Imp::GrallocHelperAidlV2Imp() {
+    pthread_mutex_init(&mLock, nullptr);
+    ZLOGD("[%s] +");
+    gLogLevel.store(property_get_int32(kLogLevelProperty, 0));
+    if (initialize() != 0) {
+        ZLOGE_AT(1036, "[%s] %s initialize fail", "GrallocHelperAidlV2Imp");
+    }
+    ZLOGD("[%s] -");
+}
+
+GrallocHelperAidlV2Imp::~GrallocHelperAidlV2Imp() {
+    ZLOGD("[%s] +");
+    ZLOGD("[%s] -");
+    mStreamInfoMap.clear();
+    pthread_mutex_destroy(&mLock);
+}
+
+int GrallocHelperAidlV2Imp::initialize() {
+    ZLOGD("[%s] +");
+    std::shared_ptr<AllocatorAidl::IAllocator> allocator = AllocatorAidl::createInstance();
+    gMapperV5 = std::make_unique<const MapperV5>(allocator);
+    gAllocatorAidl = std::make_unique<const AllocatorAidl>(allocator, *gMapperV5);
+    if (gMapperV5 == nullptr || gAllocatorAidl == nullptr) return -19;
+    mInitialized = true;
+    ZLOGD("[%s] -");
+    return 0;
+}
+
+ssize_t GrallocHelperAidlV2Imp::indexOfLocked(const MyRequest& key) const {
+    auto it = std::lower_bound(
+            mStreamInfoMap.begin(), mStreamInfoMap.end(), key,
+            [](const Entry& entry, const MyRequest& k) { return entry.first < k; });
+    if (it == mStreamInfoMap.end() || key < it->first) return -1;
+    return it - mStreamInfoMap.begin();
+}
+
+int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
+                                  zcam::GrallocStaticInfo* staticInfo, bool refresh) const {
+    if (request == nullptr) {
+        ZLOGE_AT(1263, "[%s] NULL pRequest");
+        return -22;
+    }
+    if (staticInfo == nullptr) {
+        ZLOGE_AT(1268, "[%s] NULL pStaticInfo");
+        return -22;
+    }
+    ZLOGD("[%s] Gralloc Request: u(0x%x) f(0x%x) w(%d) h(%d) BatchNum(%d)", request->usage,
+          request->format, request->widthInPixels, request->heightInPixels, request->batchNum);
+    MyRequest key;
+    determine(*request, key);
+
+    AutoLock lock(mLock);
+    const ssize_t index = indexOfLocked(key);
+    if (index >= 0) {
+        if (!refresh) {
+            mStreamInfoMap[index].second.copyTo(*staticInfo);
+            return 0;
+        }
+        mStreamInfoMap.erase(mStreamInfoMap.begin() + index);
+    }
+
+    MyStaticInfo info;
+    info.batchNum = batchCountForDerivation(key);
+    const int result = determine(key, info);
+    // Stored under the probe's flag: an AFBC layout is never found by a plain lookup again.
+    key.isAFBC = info.isAFBC;
+    if (result != 0) return result;
+    addToMapLocked(key, info);
+    info.copyTo(*staticInfo);
+
+    // Buffer queries of the resolved format find the layout under usage 0.
+    if (hasAliasEntry(key.format)) {
+        MyRequest alias = key;
+        alias.usage = 0;
+        alias.format = info.format;
+        if (indexOfLocked(alias) < 0) addToMapLocked(alias, info);
+    }
+    return 0;
+}
+
+bool GrallocHelperAidlV2Imp::findCachedLayout(const zcam::GrallocRequest& request,
+                                              MyStaticInfo& out) const {
+    MyRequest key;
+    determine(request, key);
+    AutoLock lock(mLock);
+    const ssize_t index = indexOfLocked(key);
+    if (index < 0) return false;
+    out = mStreamInfoMap[index].second;
+    return true;
+}
+
+int GrallocHelperAidlV2Imp::determine(const MyRequest& request, MyStaticInfo& info) {
+    const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
+    const native_handle* handle = nullptr;
+    uint32_t stride = 0;
+    const int allocated = gAllocatorAidl->allocate(
+            static_cast<uint32_t>(request.widthInPixels),
+            static_cast<uint32_t>(request.heightInPixels),
+            static_cast<AllocatorAidl::PixelFormat>(request.format), 1,
+            static_cast<uint64_t>(static_cast<uint32_t>(request.usage)), &handle, &stride, 0,
+            "determine");
+    if (allocated != 0 || handle == nullptr) {
+        ZLOGE_AT(1418, "[%s] Bad allcation handle:%p %dx%d format:%#x(%s) usage:%#x(%s)", handle,
+                 request.widthInPixels, request.heightInPixels, request.format,
+                 gQueryPixelFormatName(request.format).c_str(), request.usage,
+                 gQueryGrallocUsageName(request.usage).c_str());
+        if (handle != nullptr) {
+            gAllocatorAidl->free(handle);
+            ZLOGI("[%s] free buffer_handle_t: GrallocHelper-%dx%d-%d", info.widthInPixels,
+                  info.heightInPixels, info.format);
+        }
+        return -12;
+    }
+    info.grallocTime = systemTime(SYSTEM_TIME_MONOTONIC) - start;
+
+    const int result = queryStaticInfo(handle, info);
+    int fd = -1;
+    const int error = gralloc_extra_query(handle, GRALLOC_EXTRA_GET_ION_FD, &fd);
+    if (error != 0 || fd < 0) {
+        // The probe buffer is left as it is: without its descriptor it is not touched again.
+        ZLOGE_AT(1434, "[%s] [buffer_handle_t:%p] err:%d ionFd:%d", handle, error, fd);
+        return INT32_MIN;
+    }
+    char name[64];
+    snprintf(name, sizeof(name), "GrallocHelper-%dx%d-%d", info.widthInPixels,
+             info.heightInPixels, info.format);
+    (void)ioctl(fd, kDmaBufSetName, name);
+    gAllocatorAidl->free(handle);
+    ZLOGI("[%s] free buffer_handle_t: GrallocHelper-%dx%d-%d", info.widthInPixels,
+          info.heightInPixels, info.format);
+    return result;
+}
+
+ssize_t GrallocHelperAidlV2Imp::addToMapLocked(const MyRequest& key,
+                                               const MyStaticInfo& info) const {
+    dump(key, info);
+    auto it = std::lower_bound(
+            mStreamInfoMap.begin(), mStreamInfoMap.end(), key,
+            [](const Entry& entry, const MyRequest& k) { return entry.first < k; });
+    if (it != mStreamInfoMap.end() && !(key < it->first)) {
+        *it = Entry(key, info);
+    } else {
+        it = mStreamInfoMap.emplace(it, key, info);
+    }
+    return it - mStreamInfoMap.begin();
+}
+
+void GrallocHelperAidlV2Imp::dump(const MyRequest& key, const MyStaticInfo& info) const {
+    ZLOGD("[%s] *****************************************************************************");
+    ZLOGD("[%s] !!!gralloc time: %ld us", static_cast<long>(info.grallocTime / 1000));
+    ZLOGD("[%s] %dx%d usage:0x%08x(%s) format:0x%08x(%s) -->", key.widthInPixels,
+          key.heightInPixels, key.usage, queryGrallocUsageName(key.usage).c_str(), key.format,
+          queryPixelFormatName(key.format).c_str());
+    ZLOGD("[%s] %dx%d usage:0x%08x(%s) C(%d) format:0x%08x(%s)", info.widthInPixels,
+          info.heightInPixels, info.usage,
+          queryGrallocUsageName(static_cast<int>(info.usage)).c_str(), info.isAFBC ? 1 : 0,
+          info.format, queryPixelFormatName(info.format).c_str());
+    for (size_t i = 0; i < info.planes.size(); ++i) {
+        ZLOGD("[%s]   [%zu] sizeInBytes:%zu rowStrideInBytes:%zu", i,
+              info.planes[i].sizeInBytes, info.planes[i].rowStrideInBytes);
+    }
+}
+
+void GrallocHelperAidlV2Imp::dumpToLog() const {
+    ZLOGD("[%s] +");
+    AutoLock lock(mLock);
+    for (const auto& [key, info] : mStreamInfoMap) dump(key, info);
+    ZLOGD("[%s] -");
+}
+
+void GrallocHelperAidlV2Imp::clearMap() {
+    AutoLock lock(mLock);
+    ZLOGI("[%s] Clear the stream info map");
+    mStreamInfoMap.clear();
+}
+
+int GrallocHelperAidlV2Imp::query(buffer_handle_t buffer, zcam::GrallocStaticInfo* staticInfo,
+                                  NSCam::GrallocDynamicInfo* dynamicInfo) const {
+    if (buffer == nullptr) {
+        ZLOGE("[%s] NULL buffer_handle_t");
+        return -22;
+    }
+    Extra extra{};
+    if (gQueryExtra(buffer, extra) != 0) return INT32_MIN;
+
+    AutoLock lock(mLock);
+    MyRequest key;
+    key.format = extra.format;
+    key.widthInPixels = static_cast<int32_t>(extra.widthInPixels);
+    key.heightInPixels = static_cast<int32_t>(extra.heightInPixels);
+    key.isAFBC = extra.isAFBC;
+    const ssize_t index = indexOfLocked(key);
+    if (index >= 0) {
+        mStreamInfoMap[index].second.copyTo(*staticInfo);
+    } else {
+        if (ULogger::sDetailsLevel >= 2) {
+            ZLOGW("[%s] Not found: %dx%d %s", key.widthInPixels, key.heightInPixels,
+                  gQueryPixelFormatName(key.format).c_str());
+        }
+        MyStaticInfo info;
+        const int result = queryStaticInfo(buffer, info);
+        if (result != 0) return result;
+        MyRequest derived;
+        derived.format = info.format;
+        derived.widthInPixels = info.widthInPixels;
+        derived.heightInPixels = info.heightInPixels;
+        derived.isAFBC = info.isAFBC;
+        if (indexOfLocked(derived) < 0) addToMapLocked(derived, info);
+        if (staticInfo != nullptr) info.copyTo(*staticInfo);
+    }
+    if (dynamicInfo != nullptr) {
+        int fd = -1;
+        const int error = gralloc_extra_query(buffer, GRALLOC_EXTRA_GET_ION_FD, &fd);
+        if (error != 0 || fd < 0) {
+            ZLOGE("[%s] [buffer_handle_t:%p] err:%d ionFd:%d", buffer, error, fd);
+            return INT32_MIN;
+        }
+        dynamicInfo->ionFds.push_back(fd);  // still owned by the buffer
+    }
+    // The flag describes this buffer, whichever buffer the cache entry came from.
+    staticInfo->isAFBC = extra.isAFBC;
+    return 0;
+}
+
+bool GrallocHelperAidlV2Imp::importBuffer(buffer_handle_t& buffer, bool deleteRaw) {
+    if (buffer->numFds == 0 && buffer->numInts == 0) {
+        buffer = nullptr;
+        return true;
+    }
+    const native_handle* imported = nullptr;
+    const int32_t error = gMapperV5->importBuffer(buffer, &imported);
+    if (error != 0) {
+        ZLOGE("[%s] importBuffer(%p) failed: %d", buffer, error);
+        return false;
+    }
+    // Only the raw record goes; its descriptors are the caller's to close.
+    if (deleteRaw) native_handle_delete(const_cast<native_handle_t*>(buffer));
+    buffer = imported;
+    return true;
+}
+
+int GrallocHelperAidlV2Imp::freeBuffer(buffer_handle_t buffer) {
+    if (buffer == nullptr) return -1;
+    return gMapperV5->freeBuffer(buffer);
+}
+
+int GrallocHelperAidlV2Imp::lock(buffer_handle_t buffer, unsigned int usage, int width,
+                                 int height, void** outData) {
+    const ARect region{0, 0, width, height};
+    const int32_t error = gMapperV5->lock(buffer, usage, region, -1, outData);
+    if (error != 0) {
+        ZLOGE("[%s] lock(...) failed %d (%s)", error, strerror(-error));
+    }
+    return error;
+}
+
+int GrallocHelperAidlV2Imp::unlock(buffer_handle_t buffer) {
+    const int fence = gMapperV5->unlock(buffer);
+    sync_wait(fence, -1);
+    close(fence);
+    return 0;
+}
+
+int GrallocHelperAidlV2Imp::setBufferStatus(buffer_handle_t buffer, int mask, int value) const {
+    GrallocExtraSfInfo info;
+    memset(&info, 0, sizeof(info));
+    (void)gralloc_extra_query(buffer, GRALLOC_EXTRA_GET_SF_INFO, &info);
+    (void)gralloc_extra_sf_set_status(&info, mask, value);
+    return gralloc_extra_perform(buffer, GRALLOC_EXTRA_SET_SF_INFO, &info);
+}
+
+int GrallocHelperAidlV2Imp::setDirtyCamera(buffer_handle_t buffer) const {
+    return setBufferStatus(buffer, 0xC03, 0xC03);
+}
+
+int GrallocHelperAidlV2Imp::setColorspace(buffer_handle_t buffer, int dataspace) const {
+    constexpr uint32_t kStandardMask = 0x3F0000, kRangeMask = 0x38000000;
+    constexpr uint32_t kBt709 = 0x10000, kBt601_625 = 0x20000, kBt601_625Unadjusted = 0x30000,
+                       kBt601_525Unadjusted = 0x50000, kBt2020 = 0x60000,
+                       kBt2020ConstantLuminance = 0x70000;
+    constexpr uint32_t kFull = 0x08000000, kLimited = 0x10000000;
+    constexpr int kJfif = 0x101, kLegacyBt601_625 = 0x102, kLegacyBt601_525 = 0x103,
+                  kLegacyBt709 = 0x104;
+
+    const uint32_t standard = static_cast<uint32_t>(dataspace) & kStandardMask;
+    const uint32_t range = static_cast<uint32_t>(dataspace) & kRangeMask;
+    // BT601_525 itself is not in the family; its unadjusted sibling is.
+    const bool bt601 = standard == kBt601_625 || standard == kBt601_625Unadjusted ||
+                       standard == kBt601_525Unadjusted || dataspace == kJfif ||
+                       dataspace == kLegacyBt601_625 || dataspace == kLegacyBt601_525;
+    const bool bt709 = dataspace == kLegacyBt709 || standard == kBt709;
+    const bool bt2020 = standard == kBt2020 || standard == kBt2020ConstantLuminance;
+
+    uint32_t value;
+    if (bt601 && (range == kFull || dataspace == kJfif)) {
+        value = 0x40000000;
+    } else if (bt601 && (range == kLimited || dataspace == kLegacyBt601_625 ||
+                         dataspace == kLegacyBt601_525)) {
+        value = 0x20000000;
+    } else if (bt709 && range == kFull) {
+        value = 0x80000000;
+    } else if (bt709 && (range == kLimited || dataspace == kLegacyBt709)) {
+        value = 0x60000000;
+    } else if (bt2020 && range == kFull) {
+        value = 0xC0000000;
+    } else if (bt2020 && range == kLimited) {
+        value = 0xA0000000;
+    } else {
+        value = 0x40000000;
+        ZLOGE("[%s] unknown color space %x(%s), set default value, BT601 FULL", value,
+              zcam::queryDataspaceName(dataspace).c_str());
+    }
+    if (gLogLevel.load() >= 2) {
+        ZLOGD("[%s] GRALLOC_EXTRA_BIT_YUV=0x%x(%s)", value,
+              zcam::queryDataspaceName(dataspace).c_str());
+    }
+    return setBufferStatus(buffer, static_cast<int>(0xE0000000), static_cast<int>(value));
+}
+
+int GrallocHelperAidlV2Imp::setBufferSOF(buffer_handle_t buffer, unsigned long timestamp) const {
+    return gralloc_extra_perform(buffer, GRALLOC_EXTRA_SET_SOF_TIME, &timestamp);
+}
+
+int GrallocHelperAidlV2Imp::getGrallocExtraFormat(int format, unsigned long usage) {
+    return gralloc_extra_get_platform_format(format, usage);
+}
+
+std::string GrallocHelperAidlV2Imp::queryPixelFormatName(int format) const {
+    return gQueryPixelFormatName(format);
+}
+
+std::string GrallocHelperAidlV2Imp::queryGrallocUsageName(int usage) const {
+    return gQueryGrallocUsageName(usage);
+}
+
+std::string GrallocHelperAidlV2Imp::queryDataspaceName(int dataspace) const {
+    return gQueryDataspaceNameHex(dataspace);
+}
+
+}  // namespace GrallocAidlV2
