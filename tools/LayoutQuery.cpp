@@ -160,11 +160,17 @@ void printJson(const GrallocHelperAidlV2Imp& helper, const Request& r, const Ans
         << ", \"probed\": " << (a.probed ? "true" : "false") << "}";
 }
 
-void raiseLogGates() {
+// Verbose: every line of the library reaches the Android log (stderr on the host); otherwise
+// the library stays quiet and the tool reports problems itself.
+void setLogGates(bool verbose) {
     using NSCam::Utils::ULog::ULogger;
-    ULogger::sMode |= 1;
-    ULogger::sDetailsLevel = 5;
-    ULogger::sNormalDetailsMask = 0x40007000;
+    if (verbose) {
+        ULogger::sMode |= 1;
+        ULogger::sDetailsLevel = 5;
+        ULogger::sNormalDetailsMask = 0x40007000;
+    } else {
+        ULogger::sMode = 0;
+    }
 }
 
 int names(const GrallocHelperAidlV2Imp& helper, const std::string& kind, const std::string& value,
@@ -195,12 +201,13 @@ int names(const GrallocHelperAidlV2Imp& helper, const std::string& kind, const s
 int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
     std::vector<std::string> args(argv + 1, argv + argc);
     bool json = false;
+    bool verbose = false;
     std::vector<std::string> rest;
     for (const auto& arg : args) {
         if (arg == "--json") {
             json = true;
         } else if (arg == "--verbose") {
-            raiseLogGates();
+            verbose = true;
         } else if (arg == "--help" || arg == "-h") {
             out << kUsage;
             return 0;
@@ -213,6 +220,7 @@ int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::os
         return 2;
     }
 
+    setLogGates(verbose);
     GrallocHelperAidlV2Imp helper;
     if (rest[0] == "names") {
         if (rest.size() != 3) {
@@ -271,7 +279,7 @@ int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::os
     for (size_t i = 0; i < requests.size(); ++i) {
         MyStaticInfo cached;
         answers[i].probed =
-                requests[i].refresh || !helper.findCachedLayout(requests[i].request, cached);
+                requests[i].refresh || !helper.findCachedLayout(requests[i].request, false, cached);
         probes += answers[i].probed;
         const int result = helper.query(&requests[i].request, &answers[i].info, requests[i].refresh);
         if (result != 0) {
@@ -281,7 +289,7 @@ int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::os
                 << hex(q.usage) << " failed: " << result << "\n";
             return 1;
         }
-        if (helper.findCachedLayout(requests[i].request, cached)) {
+        if (helper.findCachedLayout(requests[i].request, answers[i].info.isAFBC, cached)) {
             answers[i].allocSize = cached.allocSize;
         }
     }

@@ -127,10 +127,11 @@ int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
     return 0;
 }
 
-bool GrallocHelperAidlV2Imp::findCachedLayout(const zcam::GrallocRequest& request,
+bool GrallocHelperAidlV2Imp::findCachedLayout(const zcam::GrallocRequest& request, bool afbc,
                                               MyStaticInfo& out) const {
     MyRequest key;
     determine(request, key);
+    key.isAFBC = afbc;
     AutoLock lock(mLock);
     const ssize_t index = indexOfLocked(key);
     if (index < 0) return false;

@@ -88,9 +88,10 @@ public:
     // The probe: allocates, derives the layout, names the dma-buf and frees.
     static int determine(const MyRequest& request, MyStaticInfo& info);
     ssize_t addToMapLocked(const MyRequest& key, const MyStaticInfo& info) const;
-    // The cached layout that query() would answer for `request` without probing, with what the
-    // probe learnt (allocation size, usages); false when query() would probe. For diagnostics.
-    bool findCachedLayout(const zcam::GrallocRequest& request, MyStaticInfo& out) const;
+    // The cached layout of `request` with what the probe learnt (allocation size, usages), for
+    // diagnostics. With `afbc` false it is what query() answers without probing; AFBC layouts
+    // are stored under the flag set and are found only with `afbc` true.
+    bool findCachedLayout(const zcam::GrallocRequest& request, bool afbc, MyStaticInfo& out) const;
     void dump(const MyRequest& key, const MyStaticInfo& info) const;
 
 private:
