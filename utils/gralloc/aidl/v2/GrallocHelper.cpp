@@ -75,14 +75,6 @@ int GrallocHelperAidlV2Imp::initialize() {
     return 0;
 }
 
-ssize_t GrallocHelperAidlV2Imp::indexOfLocked(const MyRequest& key) const {
-    auto it = std::lower_bound(
-            mStreamInfoMap.begin(), mStreamInfoMap.end(), key,
-            [](const Entry& entry, const MyRequest& k) { return entry.first < k; });
-    if (it == mStreamInfoMap.end() || key < it->first) return -1;
-    return it - mStreamInfoMap.begin();
-}
-
 int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
                                   zcam::GrallocStaticInfo* staticInfo, bool refresh) const {
     if (request == nullptr) {
@@ -107,7 +99,11 @@ int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
         }
         mStreamInfoMap.erase(mStreamInfoMap.begin() + index);
     }
+    return queryMissLocked(key, staticInfo);
+}
 
+int GrallocHelperAidlV2Imp::queryMissLocked(MyRequest& key,
+                                            zcam::GrallocStaticInfo* staticInfo) const {
     MyStaticInfo info;
     info.batchNum = batchCountForDerivation(key);
     const int result = determine(key, info);

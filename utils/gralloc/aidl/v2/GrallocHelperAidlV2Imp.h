@@ -28,11 +28,22 @@ struct MyStaticInfo : zcam::GrallocStaticInfo {
     uint32_t producerUsage = 0;
     uint32_t batchNum = 1;  // frames per buffer; divides slow-motion allocation sizes
 
-    // Assigns the caller-visible part to `out`.
+    // Assigns the caller-visible part to `out`; reuses the capacity of out's planes.
     void copyTo(zcam::GrallocStaticInfo& out) const {
-        if (&out != this) out = static_cast<const zcam::GrallocStaticInfo&>(*this);
+        if (&out == this) return;
+        out.format = format;
+        out.widthInPixels = widthInPixels;
+        out.heightInPixels = heightInPixels;
+        out.planes.assign(planes.begin(), planes.end());
+        out.isAFBC = isAFBC;
     }
 };
+
+// The vendor slow-motion batch formats: 0x2600-0x2604 and 0x2610-0x2614.
+inline bool isVendorBatchFormat(int32_t format) {
+    const uint32_t index = static_cast<uint32_t>(format) - 0x2600u;
+    return index <= 20 && ((0x1F001Fu >> index) & 1u) != 0;
+}
 
 extern std::unique_ptr<const NSCam::GrallocMapperAidlV2::MapperV5> gMapperV5;
 extern std::unique_ptr<const NSCam::GrallocAllocatorAidlV2::AllocatorAidl> gAllocatorAidl;
@@ -49,11 +60,23 @@ public:
         int32_t batchNum = 0;
         bool isAFBC = false;
 
-        // Orders by format, usage, width, height, AFBC flag, batch count.
-        bool operator<(const MyRequest& other) const;
-        bool operator==(const MyRequest& other) const {
-            return !(*this < other) && !(other < *this);
+        // Three-way order by format, usage, width, height, AFBC flag (as a byte), batch count:
+        // negative when *this sorts first, 0 for the same key.
+        int compare(const MyRequest& other) const {
+            if (format != other.format) return format < other.format ? -1 : 1;
+            if (usage != other.usage) return usage < other.usage ? -1 : 1;
+            if (widthInPixels != other.widthInPixels) {
+                return widthInPixels < other.widthInPixels ? -1 : 1;
+            }
+            if (heightInPixels != other.heightInPixels) {
+                return heightInPixels < other.heightInPixels ? -1 : 1;
+            }
+            if (isAFBC != other.isAFBC) return isAFBC < other.isAFBC ? -1 : 1;
+            if (batchNum != other.batchNum) return batchNum < other.batchNum ? -1 : 1;
+            return 0;
         }
+        bool operator<(const MyRequest& other) const { return compare(other) < 0; }
+        bool operator==(const MyRequest& other) const { return compare(other) == 0; }
     };
 
     GrallocHelperAidlV2Imp();
@@ -83,8 +106,40 @@ public:
 
     // Frames per slow-motion batch buffer, from the system properties.
     int queryBatchNum(const MyRequest& request) const;
-    // Normalises a caller's request into a cache key; always 0.
-    static int determine(const zcam::GrallocRequest& request, MyRequest& out);
+    // Normalises a caller's request into a cache key; always 0. Inline: it is on the cache-hit
+    // path of every layout query.
+    static int determine(const zcam::GrallocRequest& request, MyRequest& out) {
+        constexpr int32_t kCpuBits = 0xFF;
+        constexpr int32_t kComposer = 0x800;
+        constexpr int32_t kCameraWrite = 0x20000;
+        constexpr int32_t kCameraReadWrite = 0x60000;
+
+        out.usage = request.usage;
+        out.format = request.format;
+        out.widthInPixels = request.widthInPixels;
+        out.heightInPixels = request.heightInPixels;
+        out.batchNum = request.batchNum;
+        out.isAFBC = false;
+
+        const int32_t format = request.format;
+        if (format >= 0x2600) {
+            if (isVendorBatchFormat(format)) return 0;
+        } else {
+            switch (format) {
+                case 0x22:  // IMPLEMENTATION_DEFINED
+                case 0x23:  // YCbCr_420_888
+                    return 0;
+                case 0x20:  // RAW16
+                    out.usage |= kCameraWrite;
+                    return 0;
+                case 0x21:  // BLOB never goes to the composer
+                    out.usage &= ~kComposer;
+                    break;
+            }
+        }
+        out.usage |= (request.usage & kCpuBits) ? kCameraReadWrite : kCameraWrite;
+        return 0;
+    }
     // The probe: allocates, derives the layout, names the dma-buf and frees.
     static int determine(const MyRequest& request, MyStaticInfo& info);
     ssize_t addToMapLocked(const MyRequest& key, const MyStaticInfo& info) const;
@@ -96,8 +151,23 @@ public:
 
 private:
     using Entry = std::pair<MyRequest, MyStaticInfo>;
-    // Index of `key`, or -1.
-    ssize_t indexOfLocked(const MyRequest& key) const;
+    // Index of `key` by binary search, or -1.
+    ssize_t indexOfLocked(const MyRequest& key) const {
+        size_t low = 0, high = mStreamInfoMap.size();
+        while (low < high) {
+            const size_t middle = low + (high - low) / 2;
+            const int order = mStreamInfoMap[middle].first.compare(key);
+            if (order == 0) return static_cast<ssize_t>(middle);
+            if (order < 0) {
+                low = middle + 1;
+            } else {
+                high = middle;
+            }
+        }
+        return -1;
+    }
+    // A layout request that the cache could not answer: probe, store, answer.
+    int queryMissLocked(MyRequest& key, zcam::GrallocStaticInfo* staticInfo) const;
 
     mutable pthread_mutex_t mLock;
     mutable std::vector<Entry> mStreamInfoMap;  // sorted by key

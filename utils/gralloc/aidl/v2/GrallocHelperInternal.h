@@ -19,12 +19,6 @@ namespace GrallocAidlV2 {
 inline constexpr uint32_t kFormatBatchNum[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2, 2, 2,
                                                  2, 2, 2, 2, 2, 2, 4, 8, 16, 32};
 
-// 0x2600-0x2604 and 0x2610-0x2614.
-inline bool isVendorBatchFormat(int32_t format) {
-    uint32_t index = static_cast<uint32_t>(format) - 0x2600u;
-    return index <= 20 && ((0x1F001Fu >> index) & 1u) != 0;
-}
-
 // Frames per buffer handed to layout derivation for a normalised request.
 inline uint32_t batchCountForDerivation(const GrallocHelperAidlV2Imp::MyRequest& request) {
     return isVendorBatchFormat(request.format) ? kFormatBatchNum[request.format - 0x2600]

@@ -61,19 +61,19 @@ void fatalULogger(const char* tag, const char* fmt, ...) __attribute__((format(p
 
 #define ZLOGD(fmt, ...)                                                                      \
     do {                                                                                     \
-        if (::zcam::logging::debugEnabled())                                                 \
+        if (__builtin_expect(::zcam::logging::debugEnabled(), 0))                                               \
             ZLOG_EMIT_(ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, fmt __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
 #define ZLOGI(fmt, ...)                                                                     \
     do {                                                                                    \
-        if (::zcam::logging::infoEnabled())                                                 \
+        if (__builtin_expect(::zcam::logging::infoEnabled(), 0))                                               \
             ZLOG_EMIT_(ANDROID_LOG_INFO, ::zcam::logging::kInfo, fmt __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
 #define ZLOGW(fmt, ...)                                                                     \
     do {                                                                                    \
-        if (::zcam::logging::warningEnabled())                                              \
+        if (__builtin_expect(::zcam::logging::warningEnabled(), 0))                                            \
             ZLOG_EMIT_(ANDROID_LOG_WARN, ::zcam::logging::kWarning, fmt __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
