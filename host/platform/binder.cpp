@@ -86,21 +86,23 @@ bool AIBinder_isRemote(const AIBinder* /*binder*/) {
     return false;
 }
 
-AIBinder* AIBinder_host_newLocal(std::shared_ptr<ndk::ICInterface> object,
-                                 const char* descriptor) {
+}  // extern "C"
+
+namespace ndk::host {
+
+AIBinder* newLocalBinder(std::shared_ptr<ICInterface> object, const char* descriptor) {
     auto* binder = new AIBinder;
     binder->local = std::move(object);
     binder->descriptor = descriptor;
     return binder;
 }
 
-std::shared_ptr<ndk::ICInterface> AIBinder_host_getLocal(AIBinder* binder,
-                                                         const char* descriptor) {
+std::shared_ptr<ICInterface> localObject(AIBinder* binder, const char* descriptor) {
     if (binder == nullptr || binder->descriptor != descriptor) return nullptr;
     return binder->local;
 }
 
-}  // extern "C"
+}  // namespace ndk::host
 
 namespace {
 
@@ -153,7 +155,7 @@ namespace aidl::android::hardware::graphics::allocator {
 const char* IAllocator::descriptor = "android.hardware.graphics.allocator.IAllocator";
 
 std::shared_ptr<IAllocator> IAllocator::fromBinder(const ::ndk::SpAIBinder& binder) {
-    return std::static_pointer_cast<IAllocator>(AIBinder_host_getLocal(binder.get(), descriptor));
+    return std::static_pointer_cast<IAllocator>(ndk::host::localObject(binder.get(), descriptor));
 }
 
 }  // namespace aidl::android::hardware::graphics::allocator

@@ -32,25 +32,23 @@ public:
 
 }  // namespace ndk
 
-extern "C" {
-// A binder for a local object; the binder keeps the object alive. Host-side counterpart of
-// what a Bn class builds with AIBinder_new.
-AIBinder* AIBinder_host_newLocal(std::shared_ptr<ndk::ICInterface> object,
-                                 const char* descriptor);
-// The local object behind a binder of this descriptor, or null.
-std::shared_ptr<ndk::ICInterface> AIBinder_host_getLocal(AIBinder* binder,
-                                                         const char* descriptor);
-}
-
 namespace ndk {
+
+namespace host {
+// A binder for a local object; the binder keeps the object alive. The host's counterpart of
+// what a Bn class builds with AIBinder_new.
+AIBinder* newLocalBinder(std::shared_ptr<ICInterface> object, const char* descriptor);
+// The local object behind a binder of this descriptor, or null.
+std::shared_ptr<ICInterface> localObject(AIBinder* binder, const char* descriptor);
+}  // namespace host
 
 // Local (service-side) implementation base of an interface.
 template <typename INTERFACE>
 class BnCInterface : public INTERFACE {
 public:
     SpAIBinder asBinder() override {
-        return SpAIBinder(AIBinder_host_newLocal(this->template ref<ICInterface>(),
-                                                 INTERFACE::descriptor));
+        return SpAIBinder(
+                host::newLocalBinder(this->template ref<ICInterface>(), INTERFACE::descriptor));
     }
     bool isRemote() override { return false; }
 };
