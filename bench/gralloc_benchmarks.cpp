@@ -127,8 +127,8 @@ void BM_BufferQuery(benchmark::State& state) {
     const native_handle* buffer = nullptr;
     uint32_t stride = 0;
     GrallocAidlV2::gAllocatorAidl->allocate(
-            640, 480, aidl::android::hardware::graphics::common::PixelFormat::YCRCB_420_SP, 1,
-            0x3, &buffer, &stride, 0, "bench");
+            640, 480, aidl::android::hardware::graphics::common::PixelFormat::YCRCB_420_SP, 1, 0x3,
+            &buffer, &stride, 0, "bench");
     zcam::GrallocStaticInfo info;
     for (auto _ : state) {
         benchmark::DoNotOptimize(helper.query(buffer, &info, nullptr));
@@ -150,7 +150,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const auto& run : runs) {
-            if (run.run_type == Run::RT_Iteration) times[run.benchmark_name()] = run.GetAdjustedRealTime();
+            if (run.run_type == Run::RT_Iteration)
+                times[run.benchmark_name()] = run.GetAdjustedRealTime();
         }
         ConsoleReporter::ReportRuns(runs);
     }

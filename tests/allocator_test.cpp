@@ -49,11 +49,12 @@ TEST(AllocatorTest, FailedImportFreesWhatWasImported) {
 
     zyncam::sim::failImportAt(1);
     const native_handle* one = nullptr;
-    EXPECT_EQ(allocator().allocate(64, 48, PixelFormat::YCRCB_420_SP, 1, 0x3, &one, &stride, 0,
-                                   "x"),
-              -12);
-    EXPECT_TRUE(log.has("[allocate] Failed to allocate (64 x 48) layerCount 1 format 17 usage 3: 2 "
-                        "(allocate){#"));
+    EXPECT_EQ(
+            allocator().allocate(64, 48, PixelFormat::YCRCB_420_SP, 1, 0x3, &one, &stride, 0, "x"),
+            -12);
+    EXPECT_TRUE(
+            log.has("[allocate] Failed to allocate (64 x 48) layerCount 1 format 17 usage 3: 2 "
+                    "(allocate){#"));
 }
 
 TEST(AllocatorTest, ServiceFailureIsNoResources) {
@@ -179,14 +180,14 @@ TEST(NativeHandleConversionTest, OwnershipRules) {
 // Under the documented profile, every plane of an ordinary buffer holds exactly its rows.
 TEST(DeviceProfileTest, OrdinaryBuffersHaveConsistentPlanes) {
     testkit::SimFaults faults;
-    const int32_t formats[] = {0x1, 0x3, 0x4, 0x5, 0x11, 0x14, 0x20, 0x21, 0x22, 0x23,
-                               0x24, 0x25, 0x36, 0x111, 0x1000, 0x20203859, 0x20363159,
-                               0x32315659};
+    const int32_t formats[] = {0x1,  0x3,   0x4,    0x5,        0x11,       0x14,
+                               0x20, 0x21,  0x22,   0x23,       0x24,       0x25,
+                               0x36, 0x111, 0x1000, 0x20203859, 0x20363159, 0x32315659};
     const std::pair<int, int> sizes[] = {{1920, 1080}, {640, 480}, {4000, 3000}, {176, 144}};
     for (int32_t format : formats) {
         for (auto [w, h] : sizes) {
-            SCOPED_TRACE(::testing::Message() << std::hex << format << std::dec << " " << w << "x"
-                                              << h);
+            SCOPED_TRACE(::testing::Message()
+                         << std::hex << format << std::dec << " " << w << "x" << h);
             testkit::Buffer buffer(w, h, format, 0x3);
             ASSERT_NE(buffer.get(), nullptr);
             int rows = 0;

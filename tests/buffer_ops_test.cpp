@@ -37,9 +37,9 @@ TEST_F(BufferOpsTest, QueryOfABufferUsesTheSharedCache) {
     EXPECT_EQ(log.count("[query] Not found: 640x480 YCrCb_420_SP"), 1u);
     const auto locks = counters().locks;
     ASSERT_EQ(mHelper.query(second.get(), &info, &dynamic), 0);
-    EXPECT_EQ(log.count("Not found"), 1u);   // the second buffer hits the cache
-    EXPECT_EQ(counters().locks, locks);      // and is not derived again
-    ASSERT_EQ(dynamic.ionFds.size(), 2u);    // appended, never cleared
+    EXPECT_EQ(log.count("Not found"), 1u);  // the second buffer hits the cache
+    EXPECT_EQ(counters().locks, locks);     // and is not derived again
+    ASSERT_EQ(dynamic.ionFds.size(), 2u);   // appended, never cleared
     int fd = -1;
     gralloc_extra_query(second.get(), GRALLOC_EXTRA_GET_ION_FD, &fd);
     EXPECT_EQ(dynamic.ionFds[1], fd);
@@ -177,8 +177,7 @@ TEST_F(BufferOpsTest, ColourSpaces) {
             {0x10C40000, 0x40000000, true},   // V0_BT601_525 is not in the family
             {0x088A0000, 0x40000000, true},   // DISPLAY_P3
             {0x201, 0x40000000, true},        // SRGB
-            {0x200, 0x40000000, true},
-            {0, 0x40000000, true},
+            {0x200, 0x40000000, true},       {0, 0x40000000, true},
             {0x18810000, 0x40000000, true},  // V0_SCRGB: extended range
             {0x00C10000, 0x40000000, true},  // BT709 without a range
     };
@@ -204,8 +203,9 @@ TEST_F(BufferOpsTest, ColourSpaceTraceFollowsOwnLogLevel) {
     }
     LogCapture log;
     mHelper.setColorspace(buffer.get(), 0x10C10000);
-    EXPECT_TRUE(log.has("[setColorspace] GRALLOC_EXTRA_BIT_YUV=0x60000000(V0_BT709|STANDARD_BT709|"
-                        "TRANSFER_SMPTE_170M|RANGE_LIMITED)"));
+    EXPECT_TRUE(
+            log.has("[setColorspace] GRALLOC_EXTRA_BIT_YUV=0x60000000(V0_BT709|STANDARD_BT709|"
+                    "TRANSFER_SMPTE_170M|RANGE_LIMITED)"));
     GrallocAidlV2::gLogLevel = 0;
 }
 

@@ -162,7 +162,8 @@ TEST(LayoutQueryTest, DumpLines) {
     for (const auto& line : log.android()) texts.push_back(line.text);
     ASSERT_EQ(texts.size(), 8u);
     EXPECT_EQ(texts[1], "[dump] " + std::string(77, '*'));
-    EXPECT_TRUE(testing::internal::RE::FullMatch(texts[2], "\\[dump\\] !!!gralloc time: [0-9]+ us"));
+    EXPECT_TRUE(
+            testing::internal::RE::FullMatch(texts[2], "\\[dump\\] !!!gralloc time: [0-9]+ us"));
     EXPECT_EQ(texts[3],
               "[dump] 64x48 usage:0x00060003(0|SW_READ_OFTEN|HW_CAMERA_ZSL) "
               "format:0x00000011(YCrCb_420_SP) -->");
@@ -200,14 +201,16 @@ TEST(LayoutQueryTest, FailuresLeaveTheCallersRecordAndTheCache) {
     auto r = request(64, 48, 0x11, 0x3);
 
     EXPECT_EQ(helper.query(nullptr, &info, false), -22);
-    EXPECT_TRUE(log.has("[query] NULL pRequest (query){#1263:utils/gralloc/aidl/v2/GrallocHelper}"));
+    EXPECT_TRUE(
+            log.has("[query] NULL pRequest (query){#1263:utils/gralloc/aidl/v2/GrallocHelper}"));
     EXPECT_EQ(helper.query(&r, nullptr, false), -22);
     EXPECT_TRUE(log.has("[query] NULL pStaticInfo (query){#1268:"));
 
     zyncam::sim::failAllocate(1);
     EXPECT_EQ(helper.query(&r, &info, false), -12);
-    EXPECT_TRUE(log.has("[determine] Bad allcation handle:(nil) 64x48 format:0x11(YCrCb_420_SP) "
-                        "usage:0x60003(0|SW_READ_OFTEN|HW_CAMERA_ZSL) (determine){#1418:"));
+    EXPECT_TRUE(
+            log.has("[determine] Bad allcation handle:(nil) 64x48 format:0x11(YCrCb_420_SP) "
+                    "usage:0x60003(0|SW_READ_OFTEN|HW_CAMERA_ZSL) (determine){#1418:"));
     zyncam::sim::failAllocate(std::nullopt);
 
     // Derivation fails: the probe is still named and freed.
@@ -263,10 +266,10 @@ TEST(BatchNumTest, ReadsThePropertyOfTheSizeClass) {
         int32_t w, h, usage, expected;
     };
     const Case cases[] = {
-            {640, 480, 0x20000000, 2},   {1280, 720, 0x20000000, 4}, {1280, 736, 0x20000000, 4},
-            {1920, 1080, 0x20000000, -3}, {1920, 1088, 0x20000000, -3},
-            {3840, 2160, 0x20000000, 1}, {640, 480, 0x3, 1},
-            {65536, 65536, 0x20000000, 2},  // the product wraps to 0
+            {640, 480, 0x20000000, 2},    {1280, 720, 0x20000000, 4},
+            {1280, 736, 0x20000000, 4},   {1920, 1080, 0x20000000, -3},
+            {1920, 1088, 0x20000000, -3}, {3840, 2160, 0x20000000, 1},
+            {640, 480, 0x3, 1},           {65536, 65536, 0x20000000, 2},  // the product wraps to 0
     };
     for (const auto& c : cases) {
         GrallocHelperAidlV2Imp::MyRequest key;

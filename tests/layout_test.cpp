@@ -47,19 +47,13 @@ TEST_F(LayoutTest, SinglePlaneFormats) {
         Plane plane;
     };
     const Case cases[] = {
-            {0x1, 1920, 1080, 8294400, {7680, 8294400}},
-            {0x5, 100, 10, 4000, {400, 4000}},
-            {0x3, 100, 10, 3000, {300, 3000}},
-            {0x4, 100, 10, 2000, {200, 2000}},
-            {0x20, 100, 10, 2000, {200, 2000}},
-            {0x20363159, 100, 10, 2000, {200, 2000}},
-            {0x21, 5000, 1, 5000, {5000, 5000}},
-            {0x24, 128, 10, 1280, {128, 1280}},
-            {0x25, 128, 10, 1280, {128, 1280}},
-            {0x20203859, 100, 10, 1000, {100, 1000}},
+            {0x1, 1920, 1080, 8294400, {7680, 8294400}}, {0x5, 100, 10, 4000, {400, 4000}},
+            {0x3, 100, 10, 3000, {300, 3000}},           {0x4, 100, 10, 2000, {200, 2000}},
+            {0x20, 100, 10, 2000, {200, 2000}},          {0x20363159, 100, 10, 2000, {200, 2000}},
+            {0x21, 5000, 1, 5000, {5000, 5000}},         {0x24, 128, 10, 1280, {128, 1280}},
+            {0x25, 128, 10, 1280, {128, 1280}},          {0x20203859, 100, 10, 1000, {100, 1000}},
             {0x22, 1000, 10, 10240, {1024, 10240}},  // rounded to 32, no packing factor
-            {0x111, 1000, 10, 10240, {1024, 10240}},
-            {0x14, 100, 10, 2000, {200, 2000}},
+            {0x111, 1000, 10, 10240, {1024, 10240}},     {0x14, 100, 10, 2000, {200, 2000}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << std::hex << "format 0x" << c.format);
@@ -113,14 +107,21 @@ TEST_F(LayoutTest, SemiPlanarAndPlanarYuv) {
             {"NV21 AFBC", 0x11, 0x3, {{100, 0x400000}, {14, 777}}, 1, {{1280, 777}}},
             {"NV21 slow motion", 0x11, 0x20000003, {}, 1, {{1280, 1280 * 736}, {1280, 1280 * 368}}},
             {"YV12", 0x32315659, 0x3, {}, 1, {{1280, 921600}, {640, 230400}, {640, 230400}}},
-            {"YV12 slow motion batch 4", 0x32315659, 0x20000003, {{14, 4 * 1382400}}, 4,
+            {"YV12 slow motion batch 4",
+             0x32315659,
+             0x20000003,
+             {{14, 4 * 1382400}},
+             4,
              {{1280, 921600}, {640, 230400}, {640, 230400}}},
             {"NV12", 0x1000, 0x3, {}, 1, {{1280, 921600}, {1280, 460800}}},
             {"NV12 AFBC slow motion, batch 0", 0x1000, 0x30000003, {}, 0, {{1280, afbcNv12}}},
-            {"NV12 AFBC slow motion, batch 2", 0x1000, 0x30000003, {}, 2,
-             {{1280, afbcNv12 / 2}}},
+            {"NV12 AFBC slow motion, batch 2", 0x1000, 0x30000003, {}, 2, {{1280, afbcNv12 / 2}}},
             {"P010", 0x36, 0x3, {}, 1, {{2560, 1843200}, {2560, 921600}}},
-            {"P010 AFBC slow motion, batch 0", 0x36, 0x30000003, {}, 0,
+            {"P010 AFBC slow motion, batch 0",
+             0x36,
+             0x30000003,
+             {},
+             0,
              {{2560, 2560 * (1080 + 23)}}},
     };
     for (const auto& c : cases) {
@@ -155,8 +156,8 @@ TEST_F(LayoutTest, ProtectedYv12FollowsStrideAndHeight) {
 TEST_F(LayoutTest, RefusedFormatsAndDescriptorFailures) {
     struct Case {
         int32_t format;
-        int attributeToFail;   // 0: none
-        int64_t ionFd;         // override of attribute 1, or -2 for none
+        int attributeToFail;  // 0: none
+        int64_t ionFd;        // override of attribute 1, or -2 for none
         int expected;
         const char* line;
     };
@@ -164,12 +165,12 @@ TEST_F(LayoutTest, RefusedFormatsAndDescriptorFailures) {
             {0x23, 0, -2, INT32_MIN,
              "[queryStaticInfo] format from gralloc_extra_query should not be: 0x23(YCbCr_420_888) "
              "(queryStaticInfo){#995:"},
-            {0x2, 0, -2, -2, "[queryStaticInfo] Not support format: 0x2(RGBX_8888) (queryStaticInfo){#999:"},
+            {0x2, 0, -2, -2,
+             "[queryStaticInfo] Not support format: 0x2(RGBX_8888) (queryStaticInfo){#999:"},
             {-1, 0, -2, -2, "Not support format: 0xffffffff() "},
             {0x11, 0, -1, INT32_MIN, "[queryStaticInfo] [buffer_handle_t:0x"},
             {0x11, 1, -2, INT32_MIN, "err:-22 ionFd:-1 (queryStaticInfo){#615:"},
-            {0x11, 17, -2, INT32_MIN,
-             "[queryStaticInfo] Given buffer_handle_t:0x"},
+            {0x11, 17, -2, INT32_MIN, "[queryStaticInfo] Given buffer_handle_t:0x"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line);
@@ -227,10 +228,11 @@ TEST_F(LayoutTest, ExtensionRecord) {
         EXPECT_TRUE(extra.isAFBC);  // left as it was
         auto first = log.find("gralloc_extra_query returns -1 (gQueryExtra){#472:");
         ASSERT_TRUE(first);
-        EXPECT_TRUE(log.has("[gQueryExtra] {format:YCrCb_420_SP usage:0|SW_READ_OFTEN "
-                            "widthInPixels:64 heightInPixels:48 rowStrideInPixels:64 rowNum:48 "
-                            "allocSize:4608 consumerUsage:0|SW_READ_OFTEN producerUsage:0 "
-                            "stride:64 height:48 isAFBC:1 id:"));
+        EXPECT_TRUE(
+                log.has("[gQueryExtra] {format:YCrCb_420_SP usage:0|SW_READ_OFTEN "
+                        "widthInPixels:64 heightInPixels:48 rowStrideInPixels:64 rowNum:48 "
+                        "allocSize:4608 consumerUsage:0|SW_READ_OFTEN producerUsage:0 "
+                        "stride:64 height:48 isAFBC:1 id:"));
         EXPECT_TRUE(log.has("} (gQueryExtra){#473:"));
         zyncam::sim::failExtraQuery(100, std::nullopt);
     }
@@ -278,9 +280,9 @@ TEST(LayoutDeathTest, FailedYCbCrLockIsFatal) {
                 zyncam::host::setTestLogAnswer(0);
                 probe();
             },
-            testing::AllOf(testing::HasSubstr(
-                                   "(gQueryYCbCr){#529:utils/gralloc/aidl/v2/GrallocHelper}"),
-                           testing::Not(testing::HasSubstr("[Fatal]"))));
+            testing::AllOf(
+                    testing::HasSubstr("(gQueryYCbCr){#529:utils/gralloc/aidl/v2/GrallocHelper}"),
+                    testing::Not(testing::HasSubstr("[Fatal]"))));
 }
 
 }  // namespace

@@ -17,10 +17,18 @@ enum class Level { Error, Warning, Info, Debug };
 
 void logAt(Level level) {
     switch (level) {
-        case Level::Error: ZLOGE_AT(77, "[%s] value %d", 42); break;
-        case Level::Warning: ZLOGW("[%s] value %d", 42); break;
-        case Level::Info: ZLOGI("[%s] value %d", 42); break;
-        case Level::Debug: ZLOGD("[%s] value %d", 42); break;
+        case Level::Error:
+            ZLOGE_AT(77, "[%s] value %d", 42);
+            break;
+        case Level::Warning:
+            ZLOGW("[%s] value %d", 42);
+            break;
+        case Level::Info:
+            ZLOGI("[%s] value %d", 42);
+            break;
+        case Level::Debug:
+            ZLOGD("[%s] value %d", 42);
+            break;
     }
 }
 
@@ -52,9 +60,9 @@ TEST(LoggingTest, GatesAndModeDecideTheSinks) {
     for (const auto& c : cases) {
         LogCapture capture(c.mode, c.details, c.mask);
         logAt(c.level);
-        SCOPED_TRACE(::testing::Message() << "level " << static_cast<int>(c.level) << " mode "
-                                          << c.mode << " details " << c.details << " mask "
-                                          << std::hex << c.mask);
+        SCOPED_TRACE(::testing::Message()
+                     << "level " << static_cast<int>(c.level) << " mode " << c.mode << " details "
+                     << c.details << " mask " << std::hex << c.mask);
         EXPECT_EQ(capture.android().size(), c.android ? 1u : 0u);
         EXPECT_EQ(capture.sink().size(), c.sink ? 1u : 0u);
     }

@@ -96,8 +96,9 @@ TEST(MapperTest, YCbCrFromRealLayouts) {
     }
 }
 
-PlaneLayoutComponent comp(PlaneLayoutComponentType type, int64_t offset, int64_t size = 8,
-                          const char* name = "android.hardware.graphics.common.PlaneLayoutComponentType") {
+PlaneLayoutComponent comp(
+        PlaneLayoutComponentType type, int64_t offset, int64_t size = 8,
+        const char* name = "android.hardware.graphics.common.PlaneLayoutComponentType") {
     return {{name, static_cast<int64_t>(type)}, offset, size};
 }
 
@@ -126,14 +127,29 @@ TEST(MapperTest, YCbCrDerivationRulesAndFailures) {
             {"single plane without components", {plane({}, 16, 8, 64)}, 0, 16, -1, -1, 64, 0, 0},
             {"non-standard components are skipped",
              {plane({comp(T::Y, 0), comp(T::CB, 3, 8, "vendor")}, 0, 8, 64)},
-             0, 0, -1, -1, 64, 0, 0},
+             0,
+             0,
+             -1,
+             -1,
+             64,
+             0,
+             0},
             {"empty name counts as standard",
-             {plane({comp(T::Y, 0, 8, "")}, 0, 8, 64)}, 0, 0, -1, -1, 64, 0, 0},
+             {plane({comp(T::Y, 0, 8, "")}, 0, 8, 64)},
+             0,
+             0,
+             -1,
+             -1,
+             64,
+             0,
+             0},
             {"two Y components",
-             {plane({comp(T::Y, 0)}, 0, 8, 64), plane({comp(T::Y, 0)}, 100, 8, 64)}, 3},
+             {plane({comp(T::Y, 0)}, 0, 8, 64), plane({comp(T::Y, 0)}, 100, 8, 64)},
+             3},
             {"Y of 16 bits", {plane({comp(T::Y, 0, 16)}, 0, 16, 128)}, 3},
             {"chroma step of 24 bits",
-             {plane({comp(T::Y, 0)}, 0, 8, 64), plane({comp(T::CB, 0), comp(T::CR, 8)}, 100, 24, 64)},
+             {plane({comp(T::Y, 0)}, 0, 8, 64),
+              plane({comp(T::CB, 0), comp(T::CR, 8)}, 100, 24, 64)},
              3},
             {"Cb and Cr planes with different strides",
              {plane({comp(T::Y, 0)}, 0, 8, 64), plane({comp(T::CB, 0)}, 100, 8, 32),
@@ -141,7 +157,8 @@ TEST(MapperTest, YCbCrDerivationRulesAndFailures) {
              3},
             {"offset not a whole byte", {plane({comp(T::Y, 4)}, 0, 8, 64)}, 3},
             {"two Cb components",
-             {plane({comp(T::Y, 0)}, 0, 8, 64), plane({comp(T::CB, 0), comp(T::CB, 8)}, 100, 16, 64)},
+             {plane({comp(T::Y, 0)}, 0, 8, 64),
+              plane({comp(T::CB, 0), comp(T::CB, 8)}, 100, 16, 64)},
              3},
     };
     for (const auto& c : cases) {

@@ -62,11 +62,12 @@ TEST(MetadataEncodingTest, WorkedExamples) {
     EXPECT_EQ(encoded<StandardMetadataType::CTA861_3>(common::Cta861_3{1000.0f, 400.0f}), cta);
     EXPECT_EQ(cta.size(), 77u);
 
-    common::Smpte2086 smpte{{0.708f, 0.292f}, {0.170f, 0.797f}, {0.131f, 0.046f},
-                            {0.3127f, 0.3290f}, 1000.0f, 0.0001f};
+    common::Smpte2086 smpte{{0.708f, 0.292f},   {0.170f, 0.797f}, {0.131f, 0.046f},
+                            {0.3127f, 0.3290f}, 1000.0f,          0.0001f};
     auto smpteBytes = header(0x13);
-    auto smptePayload = hex("7d 3f 35 3f 06 81 95 3e 7b 14 2e 3e 31 08 4c 3f dd 24 06 3e"
-                            "7f 6a 3c 3d 37 1a a0 3e b0 72 a8 3e 00 00 7a 44 17 b7 d1 38");
+    auto smptePayload =
+            hex("7d 3f 35 3f 06 81 95 3e 7b 14 2e 3e 31 08 4c 3f dd 24 06 3e"
+                "7f 6a 3c 3d 37 1a a0 3e b0 72 a8 3e 00 00 7a 44 17 b7 d1 38");
     smpteBytes.insert(smpteBytes.end(), smptePayload.begin(), smptePayload.end());
     EXPECT_EQ(encoded<StandardMetadataType::SMPTE2086>(smpte), smpteBytes);
 
@@ -75,12 +76,13 @@ TEST(MetadataEncodingTest, WorkedExamples) {
     dv.insert(dv.end(), dvPayload.begin(), dvPayload.end());
     EXPECT_EQ(encoded<StandardMetadataType::SMPTE2094_10>(std::vector<uint8_t>{0xde, 0xad}), dv);
     EXPECT_EQ(encoded<StandardMetadataType::SMPTE2094_40>(std::vector<uint8_t>{}).size(), 77u);
-    EXPECT_EQ(StandardMetadata<StandardMetadataType::CTA861_3>::value::encode(std::nullopt,
-                                                                              nullptr, 0),
+    EXPECT_EQ(StandardMetadata<StandardMetadataType::CTA861_3>::value::encode(std::nullopt, nullptr,
+                                                                              0),
               0);
 
     auto crop = header(0x10);
-    auto cropPayload = hex("01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 80 07 00 00 38 04 00 00");
+    auto cropPayload =
+            hex("01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 80 07 00 00 38 04 00 00");
     crop.insert(crop.end(), cropPayload.begin(), cropPayload.end());
     EXPECT_EQ(encoded<StandardMetadataType::CROP>({common::Rect{0, 0, 1920, 1080}}), crop);
 }
@@ -223,8 +225,8 @@ TEST(MapperMetadataTest, HdrMetadataIsSharedBetweenImports) {
     EXPECT_EQ(mapper().setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2086, smpte, 40),
               0);
     EXPECT_EQ(mapper().setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_CTA861_3, cta, 8), 0);
-    EXPECT_EQ(mapper().setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40,
-                                      &hdr10p, 12345),
+    EXPECT_EQ(mapper().setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40, &hdr10p,
+                                      12345),
               0);
 
     float smpteBack[10] = {};
@@ -246,8 +248,7 @@ TEST(MapperMetadataTest, HdrMetadataIsSharedBetweenImports) {
               0);
     // Dolby Vision metadata is written but cannot be read through this call.
     uint8_t untouched[4] = {1, 2, 3, 4};
-    EXPECT_EQ(mapper().getGrallocMeta(second, GRALLOC_STANDARD_METADATA_SMPTE2094_10, untouched,
-                                      4),
+    EXPECT_EQ(mapper().getGrallocMeta(second, GRALLOC_STANDARD_METADATA_SMPTE2094_10, untouched, 4),
               0);
     EXPECT_EQ(untouched[0], 1);
     auto stored = mapper().getStandardMetadata<StandardMetadataType::SMPTE2094_40>(second);
@@ -299,9 +300,9 @@ TEST(MapperMetadataTest, ArgumentChecks) {
               0);
     EXPECT_EQ(fresh[0], 7);
     uint8_t hdr[224] = {};
-    EXPECT_EQ(mapper().getGrallocMeta(other.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40, hdr,
-                                      100),
-              3);
+    EXPECT_EQ(
+            mapper().getGrallocMeta(other.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40, hdr, 100),
+            3);
     EXPECT_TRUE(log.has("data_size(100) != struct size of ge_hdr10p_dynamic_metadata_t(224)"));
 }
 
@@ -328,8 +329,9 @@ TEST(MapperMetadataTest, ReadsOfUnusualAnswers) {
     EXPECT_TRUE(log.android().empty());
     zyncam::sim::setMetadataAnswer(20, -3);
     EXPECT_FALSE(mapper().getStandardMetadata<StandardMetadataType::CTA861_3>(buffer.get()));
-    EXPECT_TRUE(log.has("[getStandardMetadata] Received something other than UNSUPPORTED from "
-                        "valid getStandardMetadata call (getStandardMetadata){#"));
+    EXPECT_TRUE(
+            log.has("[getStandardMetadata] Received something other than UNSUPPORTED from "
+                    "valid getStandardMetadata call (getStandardMetadata){#"));
     zyncam::sim::setMetadataAnswer(15, -2);
     std::vector<common::PlaneLayout> layouts(3);
     EXPECT_EQ(mapper().getPlaneLayouts(buffer.get(), &layouts), 3);
@@ -345,12 +347,12 @@ TEST(MapperMetadataTest, DynamicPayloadDumpFollowsOwnLogLevel) {
     testkit::LogCapture log;
     Buffer buffer(64, 48, 0x11, 0x33);
     std::vector<uint8_t> payload = {0x05, 0x80};
-    EXPECT_EQ(verbose.setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40,
-                                     &payload, 0),
+    EXPECT_EQ(verbose.setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40, &payload,
+                                     0),
               0);
     EXPECT_TRUE(log.has("[setGrallocMeta] HDR10P GrallocMeta Dynamic: 00000101 10000000"));
-    EXPECT_EQ(verbose.setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_10,
-                                     &payload, 0),
+    EXPECT_EQ(verbose.setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_10, &payload,
+                                     0),
               0);
     EXPECT_TRUE(log.has("[setGrallocMeta] Set Dolby GrallocMeta Dynamic: 00000101 10000000"));
     log.clear();

@@ -26,7 +26,7 @@ MyRequest key(int32_t format, int32_t usage, int32_t w, int32_t h, bool afbc, in
 TEST(KeyOrderTest, ComparesFieldsInKeyOrder) {
     // Each pair differs in one field; the first element must sort first.
     const std::pair<MyRequest, MyRequest> ordered[] = {
-            {key(1, 9, 9, 9, true, 9), key(2, 0, 0, 0, false, 0)},  // format first
+            {key(1, 9, 9, 9, true, 9), key(2, 0, 0, 0, false, 0)},   // format first
             {key(1, 9, 9, 9, true, 9), key(1, 10, 0, 0, false, 0)},  // then usage
             {key(1, static_cast<int32_t>(0x80000000), 0, 0, false, 0),
              key(1, 0, 0, 0, false, 0)},                            // bit 31 sorts first
@@ -88,22 +88,22 @@ struct NormaliseCase {
 
 TEST(NormaliseTest, UsageAndBatchCountByFormat) {
     const NormaliseCase cases[] = {
-            {0x23, 0, 0, 7},                  // YCbCr_420_888 untouched
-            {0x22, 0x3, 0x3, 7},              // IMPLEMENTATION_DEFINED untouched
-            {0x11, 0, 0x20000, 7},            // camera write
-            {0x11, 0x3, 0x60003, 7},          // CPU access: camera write and read
-            {0x11, 0x80, 0x60080, 7},         // any of the low eight bits
-            {0x20, 0x3, 0x20003, 7},          // RAW16: camera write only
-            {0x21, 0x833, 0x60033, 7},        // BLOB loses the composer bit
-            {0x21, 0x800, 0x20000, 7},        //
-            {0x2605, 0, 0x20000, 7},          // not a batch format
-            {0x260F, 0x3, 0x60003, 7},        //
-            {0x2600, 0, 0, 2},                // batch formats: untouched, fixed count
-            {0x2604, 0x3, 0x3, 32},           //
-            {0x2610, 0, 0, 2},                //
+            {0x23, 0, 0, 7},            // YCbCr_420_888 untouched
+            {0x22, 0x3, 0x3, 7},        // IMPLEMENTATION_DEFINED untouched
+            {0x11, 0, 0x20000, 7},      // camera write
+            {0x11, 0x3, 0x60003, 7},    // CPU access: camera write and read
+            {0x11, 0x80, 0x60080, 7},   // any of the low eight bits
+            {0x20, 0x3, 0x20003, 7},    // RAW16: camera write only
+            {0x21, 0x833, 0x60033, 7},  // BLOB loses the composer bit
+            {0x21, 0x800, 0x20000, 7},  //
+            {0x2605, 0, 0x20000, 7},    // not a batch format
+            {0x260F, 0x3, 0x60003, 7},  //
+            {0x2600, 0, 0, 2},          // batch formats: untouched, fixed count
+            {0x2604, 0x3, 0x3, 32},     //
+            {0x2610, 0, 0, 2},          //
             {0x2614, 0x20000000, 0x20000000, 32},
-            {0x2615, 0, 0x20000, 7},          //
-            {-1, 0, 0x20000, 7},              // negative formats take the general rule
+            {0x2615, 0, 0x20000, 7},  //
+            {-1, 0, 0x20000, 7},      // negative formats take the general rule
             {static_cast<int32_t>(0x80000000), 0x1, 0x60001, 7},
     };
     for (const auto& c : cases) {
@@ -122,8 +122,8 @@ TEST(NormaliseTest, UsageAndBatchCountByFormat) {
 }
 
 TEST(NormaliseTest, BatchTableCoversEveryOffset) {
-    const uint32_t expected[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2, 2, 2,
-                                   2, 2, 2, 2, 2, 2, 4, 8, 16, 32};
+    const uint32_t expected[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2,  2, 2,
+                                   2, 2, 2, 2,  2,  2, 4, 8, 16, 32};
     for (int i = 0; i < 21; ++i) EXPECT_EQ(GrallocAidlV2::kFormatBatchNum[i], expected[i]) << i;
     for (int f = 0x25F0; f < 0x2620; ++f) {
         bool batch = (f >= 0x2600 && f <= 0x2604) || (f >= 0x2610 && f <= 0x2614);

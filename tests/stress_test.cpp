@@ -21,7 +21,7 @@ constexpr int kRounds = 150;
 TEST(ConcurrencyTest, QueriesDumpsAndClearsOnOneHelper) {
     testkit::SimFaults faults;
     zyncam::host::setLogToStderr(false);
-    testkit::LogCapture log;  // every level on: the front end runs from all threads
+    testkit::LogCapture log;        // every level on: the front end runs from all threads
     GrallocHelperAidlV2Imp helper;  // constructed before the threads share the library
 
     std::vector<std::unique_ptr<testkit::Buffer>> buffers;

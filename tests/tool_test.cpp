@@ -16,15 +16,15 @@ struct ToolRun {
 ToolRun run(std::vector<const char*> args) {
     args.insert(args.begin(), "gralloc-layout");
     std::ostringstream out, err;
-    const int code = zyncam::tools::runLayoutQuery(static_cast<int>(args.size()), args.data(), out,
-                                                   err);
+    const int code =
+            zyncam::tools::runLayoutQuery(static_cast<int>(args.size()), args.data(), out, err);
     return {code, out.str(), err.str()};
 }
 
 TEST(LayoutToolTest, AnswersAndCountsProbes) {
     testkit::SimFaults faults;
     ToolRun r = run({"1920x1080", "YCrCb_420_SP", "--usage", "SW_READ_OFTEN|HW_TEXTURE", "640x480",
-                 "0x22", "--usage", "HW_TEXTURE", "1920x1080", "17", "--usage", "0x103"});
+                     "0x22", "--usage", "HW_TEXTURE", "1920x1080", "17", "--usage", "0x103"});
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_NE(r.out.find("request 1920x1080 YCrCb_420_SP (0x11) usage 0x103 "
                          "(0|SW_READ_OFTEN|HW_TEXTURE) batch 0\n"
@@ -46,7 +46,7 @@ TEST(LayoutToolTest, AnswersAndCountsProbes) {
 TEST(LayoutToolTest, JsonAndRefresh) {
     testkit::SimFaults faults;
     ToolRun r = run({"--json", "64x48", "nv12", "--usage", "0x10000000", "--batch", "2", "64x48",
-                 "NV12", "--usage", "0x10000000", "--refresh"});
+                     "NV12", "--usage", "0x10000000", "--refresh"});
     ASSERT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out.rfind("{\"layouts\": [{\"request\": {\"width\": 64, \"height\": 48, "
                           "\"format\": 4096, \"formatName\": \"NV12\", \"usage\": 268435456, "
@@ -74,7 +74,8 @@ TEST(LayoutToolTest, ProblemsGiveOneLineAndANonZeroExit) {
             {{"--usage", "3"}, 2, "--usage needs a request"},
             {{"64x48", "NV12", "--usage", "SW_READ_SOMETIMES"}, 2, "bad usage 'SW_READ_SOMETIMES'"},
             {{"64x48", "NV12", "--batch", "many"}, 2, "bad batch 'many'"},
-            {{"64x48", "RGBX_8888"}, 1,
+            {{"64x48", "RGBX_8888"},
+             1,
              "gralloc-layout: query of 64x48 RGBX_8888 (0x2) usage 0x0 failed: -2\n"},
             {{"names", "colour", "1"}, 2, "cannot name colour '1'"},
     };
@@ -95,7 +96,8 @@ TEST(LayoutToolTest, Names) {
     const std::pair<std::vector<const char*>, std::string> cases[] = {
             {{"names", "format", "YV12"}, "0x32315659 YV12\n"},
             {{"names", "format", "35"}, "0x23 YCbCr_420_888\n"},
-            {{"names", "usage", "SW_READ_OFTEN|HW_CAMERA_ZSL"}, "0x60003 0|SW_READ_OFTEN|HW_CAMERA_ZSL\n"},
+            {{"names", "usage", "SW_READ_OFTEN|HW_CAMERA_ZSL"},
+             "0x60003 0|SW_READ_OFTEN|HW_CAMERA_ZSL\n"},
             {{"names", "dataspace", "0x11C60000"},
              "0x11c60000 0x11c60000|STANDARD_BT2020|TRANSFER_ST2084|RANGE_LIMITED\n"},
     };

@@ -27,22 +27,22 @@ constexpr const char* kUsage =
         "'|' (SW_READ_OFTEN|HW_TEXTURE) or a number.\n";
 
 // Formats the library can name; their names are the library's own.
-constexpr int kKnownFormats[] = {0x1,  0x2,  0x3,  0x4,  0x5,   0x10,   0x11,       0x14,
-                                 0x20, 0x21, 0x22, 0x23, 0x24,  0x25,   0x36,       0x111,
-                                 0x1000, 0x20203859, 0x20363159, 0x32315659};
+constexpr int kKnownFormats[] = {0x1,  0x2,   0x3,    0x4,        0x5,        0x10,      0x11,
+                                 0x14, 0x20,  0x21,   0x22,       0x23,       0x24,      0x25,
+                                 0x36, 0x111, 0x1000, 0x20203859, 0x20363159, 0x32315659};
 
 struct UsageName {
     const char* name;
     int bits;
 };
 constexpr UsageName kUsageNames[] = {
-        {"SW_READ_RARELY", 0x2},        {"SW_READ_OFTEN", 0x3},
-        {"SW_WRITE_RARELY", 0x20},      {"SW_WRITE_OFTEN", 0x30},
-        {"HW_CAMERA_WRITE", 0x20000},   {"HW_CAMERA_READ", 0x40000},
-        {"HW_CAMERA_ZSL", 0x60000},     {"HW_TEXTURE", 0x100},
-        {"HW_RENDER", 0x200},           {"HW_2D", 0x400},
-        {"HW_COMPOSER", 0x800},         {"HW_FB", 0x1000},
-        {"HW_VIDEO_ENCODER", 0x10000},  {"HW_IMAGE_ENCODER", 0x8000000},
+        {"SW_READ_RARELY", 0x2},       {"SW_READ_OFTEN", 0x3},
+        {"SW_WRITE_RARELY", 0x20},     {"SW_WRITE_OFTEN", 0x30},
+        {"HW_CAMERA_WRITE", 0x20000},  {"HW_CAMERA_READ", 0x40000},
+        {"HW_CAMERA_ZSL", 0x60000},    {"HW_TEXTURE", 0x100},
+        {"HW_RENDER", 0x200},          {"HW_2D", 0x400},
+        {"HW_COMPOSER", 0x800},        {"HW_FB", 0x1000},
+        {"HW_VIDEO_ENCODER", 0x10000}, {"HW_IMAGE_ENCODER", 0x8000000},
         {"SMVR", 0x20000000},
 };
 
@@ -125,10 +125,10 @@ void printText(const GrallocHelperAidlV2Imp& helper, const Request& r, const Ans
     const auto& q = r.request;
     out << "request " << q.widthInPixels << "x" << q.heightInPixels << " "
         << helper.queryPixelFormatName(q.format) << " (" << hex(q.format) << ") usage "
-        << hex(q.usage) << " (" << helper.queryGrallocUsageName(q.usage) << ") batch "
-        << q.batchNum << (r.refresh ? " refresh" : "") << "\n";
-    out << "  format      " << hex(a.info.format) << " (" << helper.queryPixelFormatName(a.info.format)
-        << ")\n";
+        << hex(q.usage) << " (" << helper.queryGrallocUsageName(q.usage) << ") batch " << q.batchNum
+        << (r.refresh ? " refresh" : "") << "\n";
+    out << "  format      " << hex(a.info.format) << " ("
+        << helper.queryPixelFormatName(a.info.format) << ")\n";
     out << "  size        " << a.info.widthInPixels << "x" << a.info.heightInPixels << "\n";
     for (size_t i = 0; i < a.info.planes.size(); ++i) {
         out << "  plane " << i << "     rowStride " << a.info.planes[i].rowStrideInBytes
@@ -156,7 +156,8 @@ void printJson(const GrallocHelperAidlV2Imp& helper, const Request& r, const Ans
         out << (i ? ", " : "") << "{\"rowStrideInBytes\": " << a.info.planes[i].rowStrideInBytes
             << ", \"sizeInBytes\": " << a.info.planes[i].sizeInBytes << "}";
     }
-    out << "], \"allocSize\": " << a.allocSize << ", \"afbc\": " << (a.info.isAFBC ? "true" : "false")
+    out << "], \"allocSize\": " << a.allocSize
+        << ", \"afbc\": " << (a.info.isAFBC ? "true" : "false")
         << ", \"probed\": " << (a.probed ? "true" : "false") << "}";
 }
 
@@ -281,7 +282,8 @@ int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::os
         answers[i].probed =
                 requests[i].refresh || !helper.findCachedLayout(requests[i].request, false, cached);
         probes += answers[i].probed;
-        const int result = helper.query(&requests[i].request, &answers[i].info, requests[i].refresh);
+        const int result =
+                helper.query(&requests[i].request, &answers[i].info, requests[i].refresh);
         if (result != 0) {
             const auto& q = requests[i].request;
             err << "gralloc-layout: query of " << q.widthInPixels << "x" << q.heightInPixels << " "
@@ -303,7 +305,8 @@ int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::os
         }
         out << "], \"probes\": " << probes << ", \"cacheHits\": " << hits << "}\n";
     } else {
-        for (size_t i = 0; i < requests.size(); ++i) printText(helper, requests[i], answers[i], out);
+        for (size_t i = 0; i < requests.size(); ++i)
+            printText(helper, requests[i], answers[i], out);
         out << requests.size() << (requests.size() == 1 ? " request: " : " requests: ") << probes
             << (probes == 1 ? " probe, " : " probes, ") << hits
             << (hits == 1 ? " cache hit\n" : " cache hits\n");

@@ -4,8 +4,8 @@
 //   --------------------------  ----------------------------------------------------------------
 //   RGBA/RGBX/BGRA_8888, RGB_888  stride = width aligned to 16 px; rows = height; 4/4/4/3 B/px
 //   RGB_565, RAW16, Y16         stride aligned to 16 px, 2 B/px;  Y8: 1 B/px
-//   BLOB                        stride = width bytes, rows = height (a JPEG: width = size, height 1)
-//   RAW10, RAW_OPAQUE           stride reported in bytes: width * 10 / 8 aligned to 16 (32 for
+//   BLOB                        stride = width bytes, rows = height (a JPEG: width = size, height
+//   1) RAW10, RAW_OPAQUE           stride reported in bytes: width * 10 / 8 aligned to 16 (32 for
 //                               RAW_OPAQUE); rows = height
 //   CAMERA_OPAQUE               stride = width aligned to 32; one byte per stride unit
 //   YCrCb_420_SP (NV21), NV12   stride = width aligned to 32, rows = height aligned to 2; Y plane
@@ -149,8 +149,8 @@ std::optional<BufferDesc> resolve(int32_t width, int32_t height, int32_t format,
                 break;
             case RAW10:
             case RAW_OPAQUE:
-                d.stride = static_cast<int32_t>(
-                        align((static_cast<int64_t>(width) * 10 + 7) / 8, d.format == RAW10 ? 16 : 32));
+                d.stride = static_cast<int32_t>(align((static_cast<int64_t>(width) * 10 + 7) / 8,
+                                                      d.format == RAW10 ? 16 : 32));
                 rowBytes = d.stride;
                 break;
             case CAMERA_OPAQUE:
@@ -238,11 +238,11 @@ std::vector<PlaneLayout> planeLayouts(const BufferDesc& d) {
             return {plane(std::move(c), 0, 32, 4 * s, w, h, 4 * s * rows, 1, 1)};
         }
         case RGB_888:
-            return {plane({component(T::R, 0, 8), component(T::G, 8, 8), component(T::B, 16, 8)},
-                          0, 24, 3 * s, w, h, 3 * s * rows, 1, 1)};
+            return {plane({component(T::R, 0, 8), component(T::G, 8, 8), component(T::B, 16, 8)}, 0,
+                          24, 3 * s, w, h, 3 * s * rows, 1, 1)};
         case RGB_565:
-            return {plane({component(T::B, 0, 5), component(T::G, 5, 6), component(T::R, 11, 5)},
-                          0, 16, 2 * s, w, h, 2 * s * rows, 1, 1)};
+            return {plane({component(T::B, 0, 5), component(T::G, 5, 6), component(T::R, 11, 5)}, 0,
+                          16, 2 * s, w, h, 2 * s * rows, 1, 1)};
         case RAW16:
             return {plane({component(T::RAW, 0, 16)}, 0, 16, 2 * s, w, h, 2 * s * rows, 1, 1)};
         case Y8:
@@ -267,8 +267,8 @@ std::vector<PlaneLayout> planeLayouts(const BufferDesc& d) {
             const T first = d.format == NV12 ? T::CB : T::CR;
             const T second = d.format == NV12 ? T::CR : T::CB;
             return {plane({component(T::Y, 0, 8)}, 0, 8, s, w, h, s * rows, 1, 1),
-                    plane({component(first, 0, 8), component(second, 8, 8)}, s * rows, 16, s, w,
-                          h, s * rows / 2, 2, 2)};
+                    plane({component(first, 0, 8), component(second, 8, 8)}, s * rows, 16, s, w, h,
+                          s * rows / 2, 2, 2)};
         }
         case YCBCR_P010:
             return {plane({component(T::Y, 6, 10)}, 0, 16, 2 * s, w, h, 2 * s * rows, 1, 1),

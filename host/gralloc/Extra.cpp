@@ -65,15 +65,33 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
     if (!d || out == nullptr) return -EINVAL;
     int64_t value = 0;
     switch (attribute) {
-        case GRALLOC_EXTRA_GET_ION_FD: value = pixelFd(handle); break;
-        case GRALLOC_EXTRA_GET_WIDTH: value = d->width; break;
-        case GRALLOC_EXTRA_GET_HEIGHT: value = d->height; break;
-        case GRALLOC_EXTRA_GET_STRIDE: value = d->stride; break;
-        case GRALLOC_EXTRA_GET_VERTICAL_STRIDE: value = d->rows; break;
-        case GRALLOC_EXTRA_GET_ALLOC_SIZE: value = static_cast<int64_t>(d->allocSize); break;
-        case GRALLOC_EXTRA_GET_FORMAT: value = d->format; break;
-        case GRALLOC_EXTRA_GET_USAGE: value = static_cast<uint32_t>(d->usage); break;
-        case GRALLOC_EXTRA_GET_ID: value = static_cast<int64_t>(d->id); break;
+        case GRALLOC_EXTRA_GET_ION_FD:
+            value = pixelFd(handle);
+            break;
+        case GRALLOC_EXTRA_GET_WIDTH:
+            value = d->width;
+            break;
+        case GRALLOC_EXTRA_GET_HEIGHT:
+            value = d->height;
+            break;
+        case GRALLOC_EXTRA_GET_STRIDE:
+            value = d->stride;
+            break;
+        case GRALLOC_EXTRA_GET_VERTICAL_STRIDE:
+            value = d->rows;
+            break;
+        case GRALLOC_EXTRA_GET_ALLOC_SIZE:
+            value = static_cast<int64_t>(d->allocSize);
+            break;
+        case GRALLOC_EXTRA_GET_FORMAT:
+            value = d->format;
+            break;
+        case GRALLOC_EXTRA_GET_USAGE:
+            value = static_cast<uint32_t>(d->usage);
+            break;
+        case GRALLOC_EXTRA_GET_ID:
+            value = static_cast<int64_t>(d->id);
+            break;
         case GRALLOC_EXTRA_GET_CONSUMER_USAGE:
             value = static_cast<uint32_t>(d->usage & ~uint64_t{0x200F0 | 0x200 | 0x400000});
             break;
@@ -106,9 +124,14 @@ extern "C" int gralloc_extra_perform(buffer_handle_t handle,
     bool known = true;
     bool ours = withMetadata(handle, [&](SharedMetadata& m) {
         switch (attribute) {
-            case GRALLOC_EXTRA_SET_SF_INFO: memcpy(&m.sfInfo, in, sizeof(m.sfInfo)); break;
-            case GRALLOC_EXTRA_SET_SOF_TIME: memcpy(&m.sofTime, in, sizeof(m.sofTime)); break;
-            default: known = false;
+            case GRALLOC_EXTRA_SET_SF_INFO:
+                memcpy(&m.sfInfo, in, sizeof(m.sfInfo));
+                break;
+            case GRALLOC_EXTRA_SET_SOF_TIME:
+                memcpy(&m.sofTime, in, sizeof(m.sofTime));
+                break;
+            default:
+                known = false;
         }
     });
     return ours && known ? 0 : -EINVAL;

@@ -99,8 +99,7 @@ AIMapper_Error freeBuffer(buffer_handle_t buffer) {
     return AIMAPPER_ERROR_NONE;
 }
 
-AIMapper_Error getTransportSize(buffer_handle_t buffer, uint32_t* outNumFds,
-                                uint32_t* outNumInts) {
+AIMapper_Error getTransportSize(buffer_handle_t buffer, uint32_t* outNumFds, uint32_t* outNumInts) {
     if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
         return AIMAPPER_ERROR_BAD_BUFFER;
     }
@@ -117,8 +116,9 @@ bool validRegion(const ARect& r, const BufferDesc& d) {
 
 AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int acquireFence,
                     void** outData) {
-    auto [fault, closesFence] = withControl(
-            [](Control& c) { return std::pair{c.faults.lock, c.faults.lockClosesAcquireFence}; });
+    auto [fault, closesFence] = withControl([](Control& c) {
+        return std::pair{c.faults.lock, c.faults.lockClosesAcquireFence};
+    });
     // The fence is ours whatever happens: wait for the producer, then close it.
     if (acquireFence >= 0) {
         sync_wait(acquireFence, -1);
@@ -159,8 +159,9 @@ int lateFence(int ms) {
 
 AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
     *releaseFence = -1;
-    auto [fault, lateMs] =
-            withControl([](Control& c) { return std::pair{c.faults.unlock, c.faults.lateFenceMs}; });
+    auto [fault, lateMs] = withControl([](Control& c) {
+        return std::pair{c.faults.unlock, c.faults.lateFenceMs};
+    });
     {
         Registry& r = registry();
         std::lock_guard<std::mutex> guard(r.lock);
@@ -195,20 +196,34 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
     m.lock();
     int32_t result = -AIMAPPER_ERROR_UNSUPPORTED;
     switch (static_cast<T>(type)) {
-        case T::BUFFER_ID: result = encode<T::BUFFER_ID>(d.id, dest, size); break;
-        case T::NAME: result = encode<T::NAME>(std::string(), dest, size); break;
-        case T::WIDTH: result = encode<T::WIDTH>(d.width, dest, size); break;
-        case T::HEIGHT: result = encode<T::HEIGHT>(d.height, dest, size); break;
-        case T::LAYER_COUNT: result = encode<T::LAYER_COUNT>(d.layerCount, dest, size); break;
-        case T::PIXEL_FORMAT_REQUESTED:
-            result = encode<T::PIXEL_FORMAT_REQUESTED>(common::PixelFormat(d.requestedFormat),
-                                                       dest, size);
+        case T::BUFFER_ID:
+            result = encode<T::BUFFER_ID>(d.id, dest, size);
             break;
-        case T::PIXEL_FORMAT_MODIFIER: result = encode<T::PIXEL_FORMAT_MODIFIER>(0, dest, size); break;
+        case T::NAME:
+            result = encode<T::NAME>(std::string(), dest, size);
+            break;
+        case T::WIDTH:
+            result = encode<T::WIDTH>(d.width, dest, size);
+            break;
+        case T::HEIGHT:
+            result = encode<T::HEIGHT>(d.height, dest, size);
+            break;
+        case T::LAYER_COUNT:
+            result = encode<T::LAYER_COUNT>(d.layerCount, dest, size);
+            break;
+        case T::PIXEL_FORMAT_REQUESTED:
+            result = encode<T::PIXEL_FORMAT_REQUESTED>(common::PixelFormat(d.requestedFormat), dest,
+                                                       size);
+            break;
+        case T::PIXEL_FORMAT_MODIFIER:
+            result = encode<T::PIXEL_FORMAT_MODIFIER>(0, dest, size);
+            break;
         case T::USAGE:
             result = encode<T::USAGE>(common::BufferUsage(d.usage), dest, size);
             break;
-        case T::ALLOCATION_SIZE: result = encode<T::ALLOCATION_SIZE>(d.allocSize, dest, size); break;
+        case T::ALLOCATION_SIZE:
+            result = encode<T::ALLOCATION_SIZE>(d.allocSize, dest, size);
+            break;
         case T::PROTECTED_CONTENT:
             result = encode<T::PROTECTED_CONTENT>((d.usage & kUsageProtected) ? 1 : 0, dest, size);
             break;
@@ -217,8 +232,8 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
                                             dest, size);
             break;
         case T::INTERLACED:
-            result = encode<T::INTERLACED>({"android.hardware.graphics.common.Interlaced", 0},
-                                           dest, size);
+            result = encode<T::INTERLACED>({"android.hardware.graphics.common.Interlaced", 0}, dest,
+                                           size);
             break;
         case T::PLANE_LAYOUTS: {
             auto layouts = withControl([](Control& c) { return c.faults.planeLayouts; });
@@ -253,8 +268,12 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
             result = encode<T::CTA861_3>(v, dest, size);
             break;
         }
-        case T::SMPTE2094_40: result = encode<T::SMPTE2094_40>(blob(m.smpte2094_40), dest, size); break;
-        case T::SMPTE2094_10: result = encode<T::SMPTE2094_10>(blob(m.smpte2094_10), dest, size); break;
+        case T::SMPTE2094_40:
+            result = encode<T::SMPTE2094_40>(blob(m.smpte2094_40), dest, size);
+            break;
+        case T::SMPTE2094_10:
+            result = encode<T::SMPTE2094_10>(blob(m.smpte2094_10), dest, size);
+            break;
         case T::STRIDE:
             result = encode<T::STRIDE>(static_cast<uint32_t>(d.stride), dest, size);
             break;
@@ -389,16 +408,26 @@ AIMapper_Error listSupportedMetadataTypes(const AIMapper_MetadataTypeDescription
                                           size_t* outCount) {
     using T = StandardMetadataType;
     static const AIMapper_MetadataTypeDescription kList[] = {
-            describe(T::BUFFER_ID, false),     describe(T::NAME, false),
-            describe(T::WIDTH, false),         describe(T::HEIGHT, false),
-            describe(T::LAYER_COUNT, false),   describe(T::PIXEL_FORMAT_REQUESTED, false),
-            describe(T::PIXEL_FORMAT_MODIFIER, false), describe(T::USAGE, false),
-            describe(T::ALLOCATION_SIZE, false), describe(T::PROTECTED_CONTENT, false),
-            describe(T::COMPRESSION, false),   describe(T::INTERLACED, false),
-            describe(T::PLANE_LAYOUTS, false), describe(T::CROP, false),
-            describe(T::DATASPACE, true),      describe(T::BLEND_MODE, true),
-            describe(T::SMPTE2086, true),      describe(T::CTA861_3, true),
-            describe(T::SMPTE2094_40, true),   describe(T::SMPTE2094_10, true),
+            describe(T::BUFFER_ID, false),
+            describe(T::NAME, false),
+            describe(T::WIDTH, false),
+            describe(T::HEIGHT, false),
+            describe(T::LAYER_COUNT, false),
+            describe(T::PIXEL_FORMAT_REQUESTED, false),
+            describe(T::PIXEL_FORMAT_MODIFIER, false),
+            describe(T::USAGE, false),
+            describe(T::ALLOCATION_SIZE, false),
+            describe(T::PROTECTED_CONTENT, false),
+            describe(T::COMPRESSION, false),
+            describe(T::INTERLACED, false),
+            describe(T::PLANE_LAYOUTS, false),
+            describe(T::CROP, false),
+            describe(T::DATASPACE, true),
+            describe(T::BLEND_MODE, true),
+            describe(T::SMPTE2086, true),
+            describe(T::CTA861_3, true),
+            describe(T::SMPTE2094_40, true),
+            describe(T::SMPTE2094_10, true),
             describe(T::STRIDE, false),
     };
     *outList = kList;

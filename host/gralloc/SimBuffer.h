@@ -22,16 +22,16 @@ inline constexpr uint64_t kUsageProtected = 0x4000;
 struct BufferDesc {
     int32_t width = 0;
     int32_t height = 0;
-    int32_t format = 0;           // resolved
+    int32_t format = 0;  // resolved
     int32_t requestedFormat = 0;
     uint64_t usage = 0;
-    int32_t stride = 0;           // row stride in pixels (bytes for RAW10, RAW_OPAQUE, BLOB)
-    int32_t rows = 0;             // rows allocated (per layer, all frames included)
+    int32_t stride = 0;  // row stride in pixels (bytes for RAW10, RAW_OPAQUE, BLOB)
+    int32_t rows = 0;    // rows allocated (per layer, all frames included)
     uint64_t allocSize = 0;
     int32_t layerCount = 1;
     uint64_t id = 0;
     bool afbc = false;
-    int32_t frames = 1;           // slow-motion frames carried by the buffer
+    int32_t frames = 1;  // slow-motion frames carried by the buffer
 };
 
 // The device profile: how a request is laid out, or nothing when it is not supported.

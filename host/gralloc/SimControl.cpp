@@ -46,7 +46,8 @@ void setMetadataAnswer(int64_t type, std::optional<int32_t> answer) {
 }
 
 void overridePlaneLayouts(
-        std::optional<std::vector<aidl::android::hardware::graphics::common::PlaneLayout>> layouts) {
+        std::optional<std::vector<aidl::android::hardware::graphics::common::PlaneLayout>>
+                layouts) {
     withControl([&](Control& c) { c.faults.planeLayouts = std::move(layouts); });
 }
 

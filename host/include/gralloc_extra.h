@@ -12,18 +12,18 @@ extern "C" {
 // Attributes read with gralloc_extra_query. Integer attributes are written as 32-bit values,
 // except the allocation size and the id (64-bit) and the SF-info record (64 bytes).
 typedef enum GRALLOC_EXTRA_ATTRIBUTE_QUERY {
-    GRALLOC_EXTRA_GET_ION_FD = 1,             // int: the buffer's dma-buf descriptor
-    GRALLOC_EXTRA_GET_WIDTH = 10,             // int: pixels
-    GRALLOC_EXTRA_GET_HEIGHT = 11,            // int: pixels
-    GRALLOC_EXTRA_GET_STRIDE = 12,            // int: row stride in pixels
-    GRALLOC_EXTRA_GET_VERTICAL_STRIDE = 13,   // int: rows allocated
-    GRALLOC_EXTRA_GET_ALLOC_SIZE = 14,        // uint64: bytes
-    GRALLOC_EXTRA_GET_FORMAT = 15,            // int: the format the buffer was allocated in
-    GRALLOC_EXTRA_GET_USAGE = 17,             // uint32: usage bits
-    GRALLOC_EXTRA_GET_ID = 50,                // uint64: identity of the buffer
-    GRALLOC_EXTRA_GET_CONSUMER_USAGE = 51,    // uint32
-    GRALLOC_EXTRA_GET_PRODUCER_USAGE = 52,    // uint32
-    GRALLOC_EXTRA_GET_SF_INFO = 100,          // GrallocExtraSfInfo
+    GRALLOC_EXTRA_GET_ION_FD = 1,            // int: the buffer's dma-buf descriptor
+    GRALLOC_EXTRA_GET_WIDTH = 10,            // int: pixels
+    GRALLOC_EXTRA_GET_HEIGHT = 11,           // int: pixels
+    GRALLOC_EXTRA_GET_STRIDE = 12,           // int: row stride in pixels
+    GRALLOC_EXTRA_GET_VERTICAL_STRIDE = 13,  // int: rows allocated
+    GRALLOC_EXTRA_GET_ALLOC_SIZE = 14,       // uint64: bytes
+    GRALLOC_EXTRA_GET_FORMAT = 15,           // int: the format the buffer was allocated in
+    GRALLOC_EXTRA_GET_USAGE = 17,            // uint32: usage bits
+    GRALLOC_EXTRA_GET_ID = 50,               // uint64: identity of the buffer
+    GRALLOC_EXTRA_GET_CONSUMER_USAGE = 51,   // uint32
+    GRALLOC_EXTRA_GET_PRODUCER_USAGE = 52,   // uint32
+    GRALLOC_EXTRA_GET_SF_INFO = 100,         // GrallocExtraSfInfo
 } GRALLOC_EXTRA_ATTRIBUTE_QUERY;
 
 typedef enum GRALLOC_EXTRA_ATTRIBUTE_PERFORM {
@@ -42,8 +42,7 @@ typedef struct GrallocExtraSfInfo {
 #define GRALLOC_EXTRA_BIT_AFBC 0x00400000u
 
 // 0 on success, negative on failure.
-int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute,
-                        void* out);
+int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute, void* out);
 int gralloc_extra_perform(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBUTE_PERFORM attribute,
                           void* in);
 // Sets the bits of `mask` in the record's status to those of `value`.

@@ -41,8 +41,7 @@ AStatus* AStatus_fromExceptionCodeWithMessage(binder_exception_t exception, cons
 AStatus* AStatus_fromServiceSpecificError(int32_t serviceSpecific) {
     return AStatus_fromServiceSpecificErrorWithMessage(serviceSpecific, "");
 }
-AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific,
-                                                     const char* message) {
+AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific, const char* message) {
     auto* s = new AStatus;
     s->exception = EX_SERVICE_SPECIFIC;
     s->serviceSpecific = serviceSpecific;

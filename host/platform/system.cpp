@@ -68,8 +68,7 @@ std::string& sphalPath() {
         if (dladdr(reinterpret_cast<void*>(&sync_wait), &info) && info.dli_fname) {
             std::string self = info.dli_fname;
             size_t slash = self.rfind('/');
-            return (slash == std::string::npos ? std::string(".") : self.substr(0, slash)) +
-                   "/hw";
+            return (slash == std::string::npos ? std::string(".") : self.substr(0, slash)) + "/hw";
         }
         return std::string("hw");
     }();
@@ -94,8 +93,8 @@ extern "C" void* android_load_sphal_library(const char* name, int flag) {
         std::string candidate = dir + "/" + name;
         if (void* handle = dlopen(candidate.c_str(), flag)) return handle;
     }
-    __android_log_print(ANDROID_LOG_ERROR, "vndksupport", "Could not load %s from \"%s\": %s",
-                        name, path.c_str(), dlerror());
+    __android_log_print(ANDROID_LOG_ERROR, "vndksupport", "Could not load %s from \"%s\": %s", name,
+                        path.c_str(), dlerror());
     return nullptr;
 }
 

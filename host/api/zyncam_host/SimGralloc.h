@@ -17,17 +17,17 @@ inline constexpr const char* kAllocatorInstance =
         "android.hardware.graphics.allocator.IAllocator/default";
 
 struct Counters {
-    uint64_t allocateCalls = 0;    // allocate2 calls that reached the service
+    uint64_t allocateCalls = 0;  // allocate2 calls that reached the service
     uint64_t buffersAllocated = 0;
-    uint64_t imports = 0;          // successful imports
-    uint64_t frees = 0;            // successful frees
-    int64_t liveBuffers = 0;       // imported and not yet freed
-    uint64_t locks = 0;            // successful locks
-    uint64_t unlocks = 0;          // successful unlocks
-    uint64_t metadataGets = 0;     // getStandardMetadata calls
-    uint64_t metadataSets = 0;     // setStandardMetadata calls
-    uint64_t extraQueries = 0;     // gralloc_extra_query calls
-    uint64_t extraPerforms = 0;    // gralloc_extra_perform calls
+    uint64_t imports = 0;        // successful imports
+    uint64_t frees = 0;          // successful frees
+    int64_t liveBuffers = 0;     // imported and not yet freed
+    uint64_t locks = 0;          // successful locks
+    uint64_t unlocks = 0;        // successful unlocks
+    uint64_t metadataGets = 0;   // getStandardMetadata calls
+    uint64_t metadataSets = 0;   // setStandardMetadata calls
+    uint64_t extraQueries = 0;   // gralloc_extra_query calls
+    uint64_t extraPerforms = 0;  // gralloc_extra_perform calls
 };
 Counters counters();
 

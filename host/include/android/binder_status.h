@@ -42,8 +42,7 @@ AStatus* AStatus_newOk(void);
 AStatus* AStatus_fromExceptionCode(binder_exception_t exception);
 AStatus* AStatus_fromExceptionCodeWithMessage(binder_exception_t exception, const char* message);
 AStatus* AStatus_fromServiceSpecificError(int32_t serviceSpecific);
-AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific,
-                                                     const char* message);
+AStatus* AStatus_fromServiceSpecificErrorWithMessage(int32_t serviceSpecific, const char* message);
 AStatus* AStatus_fromStatus(binder_status_t status);
 bool AStatus_isOk(const AStatus* status);
 binder_exception_t AStatus_getExceptionCode(const AStatus* status);

@@ -139,12 +139,12 @@ int GrallocHelperAidlV2Imp::determine(const MyRequest& request, MyStaticInfo& in
     const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
     const native_handle* handle = nullptr;
     uint32_t stride = 0;
-    const int allocated = gAllocatorAidl->allocate(
-            static_cast<uint32_t>(request.widthInPixels),
-            static_cast<uint32_t>(request.heightInPixels),
-            static_cast<AllocatorAidl::PixelFormat>(request.format), 1,
-            static_cast<uint64_t>(static_cast<uint32_t>(request.usage)), &handle, &stride, 0,
-            "determine");
+    const int allocated =
+            gAllocatorAidl->allocate(static_cast<uint32_t>(request.widthInPixels),
+                                     static_cast<uint32_t>(request.heightInPixels),
+                                     static_cast<AllocatorAidl::PixelFormat>(request.format), 1,
+                                     static_cast<uint64_t>(static_cast<uint32_t>(request.usage)),
+                                     &handle, &stride, 0, "determine");
     if (allocated != 0 || handle == nullptr) {
         ZLOGE_AT(1418, "[%s] Bad allcation handle:%p %dx%d format:%#x(%s) usage:%#x(%s)", handle,
                  request.widthInPixels, request.heightInPixels, request.format,
@@ -168,8 +168,8 @@ int GrallocHelperAidlV2Imp::determine(const MyRequest& request, MyStaticInfo& in
         return INT32_MIN;
     }
     char name[64];
-    snprintf(name, sizeof(name), "GrallocHelper-%dx%d-%d", info.widthInPixels,
-             info.heightInPixels, info.format);
+    snprintf(name, sizeof(name), "GrallocHelper-%dx%d-%d", info.widthInPixels, info.heightInPixels,
+             info.format);
     (void)ioctl(fd, kDmaBufSetName, name);
     gAllocatorAidl->free(handle);
     ZLOGI("[%s] free buffer_handle_t: GrallocHelper-%dx%d-%d", info.widthInPixels,
@@ -202,8 +202,8 @@ void GrallocHelperAidlV2Imp::dump(const MyRequest& key, const MyStaticInfo& info
           queryGrallocUsageName(static_cast<int>(info.usage)).c_str(), info.isAFBC ? 1 : 0,
           info.format, queryPixelFormatName(info.format).c_str());
     for (size_t i = 0; i < info.planes.size(); ++i) {
-        ZLOGD("[%s]   [%zu] sizeInBytes:%zu rowStrideInBytes:%zu", i,
-              info.planes[i].sizeInBytes, info.planes[i].rowStrideInBytes);
+        ZLOGD("[%s]   [%zu] sizeInBytes:%zu rowStrideInBytes:%zu", i, info.planes[i].sizeInBytes,
+              info.planes[i].rowStrideInBytes);
     }
 }
 
@@ -290,8 +290,8 @@ int GrallocHelperAidlV2Imp::freeBuffer(buffer_handle_t buffer) {
     return gMapperV5->freeBuffer(buffer);
 }
 
-int GrallocHelperAidlV2Imp::lock(buffer_handle_t buffer, unsigned int usage, int width,
-                                 int height, void** outData) {
+int GrallocHelperAidlV2Imp::lock(buffer_handle_t buffer, unsigned int usage, int width, int height,
+                                 void** outData) {
     const ARect region{0, 0, width, height};
     const int32_t error = gMapperV5->lock(buffer, usage, region, -1, outData);
     if (error != 0) {

@@ -16,8 +16,8 @@
 namespace GrallocAidlV2 {
 
 // Batch counts of the vendor slow-motion formats, indexed by format - 0x2600.
-inline constexpr uint32_t kFormatBatchNum[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2, 2, 2,
-                                                 2, 2, 2, 2, 2, 2, 4, 8, 16, 32};
+inline constexpr uint32_t kFormatBatchNum[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2,  2, 2,
+                                                 2, 2, 2, 2,  2,  2, 4, 8, 16, 32};
 
 // Frames per buffer handed to layout derivation for a normalised request.
 inline uint32_t batchCountForDerivation(const GrallocHelperAidlV2Imp::MyRequest& request) {

@@ -41,8 +41,7 @@ int32_t product32(int32_t a, int32_t b) {
 }
 
 size_t distance(const void* from, const void* to) {
-    return static_cast<size_t>(static_cast<const uint8_t*>(to) -
-                               static_cast<const uint8_t*>(from));
+    return static_cast<size_t>(static_cast<const uint8_t*>(to) - static_cast<const uint8_t*>(from));
 }
 
 }  // namespace
@@ -186,8 +185,8 @@ int queryStaticInfo(buffer_handle_t buffer, MyStaticInfo& info) {
         case 0x3:  // RGB_888
             onePlane(3 * S, A);
             break;
-        case 0x4:   // RGB_565
-        case 0x20:  // RAW16
+        case 0x4:         // RGB_565
+        case 0x20:        // RAW16
         case 0x20363159:  // Y16
             onePlane(2 * S, A);
             break;
@@ -256,8 +255,9 @@ int queryStaticInfo(buffer_handle_t buffer, MyStaticInfo& info) {
                 planes.resize(2);
                 setPlane(0, 2 * S, static_cast<size_t>(static_cast<int64_t>(s) * h * 2));
                 checkPlaneSize(info, 0, R);
-                setPlane(1, 2 * S, static_cast<size_t>(static_cast<int64_t>(
-                                           product32(product32(s, h), 2) / 2)));
+                setPlane(1, 2 * S,
+                         static_cast<size_t>(
+                                 static_cast<int64_t>(product32(product32(s, h), 2) / 2)));
                 checkPlaneSize(info, 1, R >> 1);
             }
             break;
@@ -274,7 +274,8 @@ int queryStaticInfo(buffer_handle_t buffer, MyStaticInfo& info) {
                 }
             } else {
                 planes.resize(2);
-                setPlane(0, static_cast<size_t>(s), static_cast<size_t>(static_cast<int64_t>(s) * h));
+                setPlane(0, static_cast<size_t>(s),
+                         static_cast<size_t>(static_cast<int64_t>(s) * h));
                 checkPlaneSize(info, 0, R);
                 setPlane(1, static_cast<size_t>(s),
                          static_cast<size_t>(static_cast<int64_t>(product32(s, h) >> 1)));
@@ -288,7 +289,8 @@ int queryStaticInfo(buffer_handle_t buffer, MyStaticInfo& info) {
                 const size_t chromaStride = static_cast<size_t>(s / 2);
                 const size_t chromaSize =
                         static_cast<size_t>(static_cast<int64_t>(product32(h / 2, s / 2)));
-                setPlane(0, static_cast<size_t>(s), static_cast<size_t>(static_cast<int64_t>(s) * h));
+                setPlane(0, static_cast<size_t>(s),
+                         static_cast<size_t>(static_cast<int64_t>(s) * h));
                 checkPlaneSize(info, 0, R);
                 setPlane(1, chromaStride, chromaSize);
                 checkPlaneSize(info, 1, R >> 1);

@@ -44,24 +44,37 @@ std::string gQueryGrallocUsageName(int usage) {
         int bit;
         const char* piece;
     } kHardwareBits[] = {
-            {0x100, "|HW_TEXTURE"},       {0x200, "|HW_RENDER"},
-            {0x400, "|HW_2D"},            {0x800, "|HW_COMPOSER"},
-            {0x1000, "|HW_FB"},           {0x10000, "|HW_VIDEO_ENCODER"},
+            {0x100, "|HW_TEXTURE"},           {0x200, "|HW_RENDER"}, {0x400, "|HW_2D"},
+            {0x800, "|HW_COMPOSER"},          {0x1000, "|HW_FB"},    {0x10000, "|HW_VIDEO_ENCODER"},
             {0x8000000, "|HW_IMAGE_ENCODER"}, {0x20000000, "|SMVR"},
     };
     std::string name = "0";
     switch (usage & 0xF) {
-        case 2: name += "|SW_READ_RARELY"; break;
-        case 3: name += "|SW_READ_OFTEN"; break;
+        case 2:
+            name += "|SW_READ_RARELY";
+            break;
+        case 3:
+            name += "|SW_READ_OFTEN";
+            break;
     }
     switch (usage & 0xF0) {
-        case 0x20: name += "|SW_WRITE_RARELY"; break;
-        case 0x30: name += "|SW_WRITE_OFTEN"; break;
+        case 0x20:
+            name += "|SW_WRITE_RARELY";
+            break;
+        case 0x30:
+            name += "|SW_WRITE_OFTEN";
+            break;
     }
     switch ((usage >> 17) & 3) {
-        case 1: name += "|HW_CAMERA_WRITE"; break;
-        case 2: name += "|HW_CAMERA_READ"; break;
-        case 3: name += "|HW_CAMERA_ZSL"; break;
+        case 1:
+            name += "|HW_CAMERA_WRITE";
+            break;
+        case 2:
+            name += "|HW_CAMERA_READ";
+            break;
+        case 3:
+            name += "|HW_CAMERA_ZSL";
+            break;
     }
     // The image-encoder and SMVR bits show only beside another hardware or camera bit.
     if (usage & 0x71F00) {
@@ -82,19 +95,32 @@ struct DataspaceRow {
 
 // Rows known to both namers.
 constexpr DataspaceRow kCommonRows[] = {
-        {0x00000000, "UNKNOWN", false},       {0x00000001, "ARBITRARY", false},
-        {0x00000101, "JFIF", false},          {0x00000102, "BT601_625", false},
-        {0x00000103, "BT601_525", false},     {0x00000104, "BT709", false},
-        {0x00000200, "SRGB_LINEAR", false},   {0x00000201, "SRGB", false},
-        {0x00001000, "DEPTH", false},         {0x00001001, "SENSOR", false},
-        {0x00001003, "JPEG_APP_SEGMENTS", false}, {0x00001004, "HEIF", false},
-        {0x08410000, "V0_SRGB_LINEAR", true}, {0x08460000, "BT2020_LINEAR", true},
-        {0x084A0000, "DCI_P3_LINEAR", true},  {0x08810000, "V0_SRGB", true},
-        {0x088A0000, "DISPLAY_P3", true},     {0x08C20000, "V0_JFIF", true},
-        {0x08C60000, "BT2020", true},         {0x090B0000, "ADOBE_RGB", true},
-        {0x094A0000, "DCI_P3", true},         {0x09C60000, "BT2020_PQ", true},
-        {0x10C10000, "V0_BT709", true},       {0x10C20000, "V0_BT601_625", true},
-        {0x10C40000, "V0_BT601_525", true},   {0x18810000, "V0_SCRGB", true},
+        {0x00000000, "UNKNOWN", false},
+        {0x00000001, "ARBITRARY", false},
+        {0x00000101, "JFIF", false},
+        {0x00000102, "BT601_625", false},
+        {0x00000103, "BT601_525", false},
+        {0x00000104, "BT709", false},
+        {0x00000200, "SRGB_LINEAR", false},
+        {0x00000201, "SRGB", false},
+        {0x00001000, "DEPTH", false},
+        {0x00001001, "SENSOR", false},
+        {0x00001003, "JPEG_APP_SEGMENTS", false},
+        {0x00001004, "HEIF", false},
+        {0x08410000, "V0_SRGB_LINEAR", true},
+        {0x08460000, "BT2020_LINEAR", true},
+        {0x084A0000, "DCI_P3_LINEAR", true},
+        {0x08810000, "V0_SRGB", true},
+        {0x088A0000, "DISPLAY_P3", true},
+        {0x08C20000, "V0_JFIF", true},
+        {0x08C60000, "BT2020", true},
+        {0x090B0000, "ADOBE_RGB", true},
+        {0x094A0000, "DCI_P3", true},
+        {0x09C60000, "BT2020_PQ", true},
+        {0x10C10000, "V0_BT709", true},
+        {0x10C20000, "V0_BT601_625", true},
+        {0x10C40000, "V0_BT601_525", true},
+        {0x18810000, "V0_SCRGB", true},
 };
 constexpr DataspaceRow kFreeOnlyRows[] = {
         {0x00001005, "JPEG_R", false},

@@ -28,8 +28,8 @@ constexpr int32_t kNoMemory = -12;
 
 std::shared_ptr<AllocatorAidl::IAllocator> AllocatorAidl::createInstance() {
     const std::string instance = std::string(IAllocator::descriptor) + "/default";
-    auto allocator = IAllocator::fromBinder(
-            ndk::SpAIBinder(AServiceManager_checkService(instance.c_str())));
+    auto allocator =
+            IAllocator::fromBinder(ndk::SpAIBinder(AServiceManager_checkService(instance.c_str())));
     if (allocator == nullptr) {
         NSCam::Utils::Kre::triggerKreException(
                 LOG_TAG, nullptr, "\nCRDISPATCH_KEY:get null IAllocator ptr, gralloc issue");
@@ -43,8 +43,8 @@ AllocatorAidl::AllocatorAidl(std::shared_ptr<IAllocator> allocator,
     if (mAllocator == nullptr) {
         if (zyncam_testLog(LOG_TAG, 'E')) {
             __android_log_print(ANDROID_LOG_ERROR, LOG_TAG,
-                                "[Fatal] [%s] gralloc-alloc is missing  (%s){#%d:%s}",
-                                __FUNCTION__, __FUNCTION__, __LINE__, LOG_FILE);
+                                "[Fatal] [%s] gralloc-alloc is missing  (%s){#%d:%s}", __FUNCTION__,
+                                __FUNCTION__, __LINE__, LOG_FILE);
         }
         __android_log_assert("1", LOG_TAG, "(%s){#%d:%s}\r\n", __FUNCTION__, __LINE__, LOG_FILE);
     }
@@ -144,8 +144,7 @@ AidlNativeHandle toAidl(const native_handle_t* handle, DupFd dupFd) {
     AidlNativeHandle out;
     out.fds.reserve(handle->numFds);
     for (int i = 0; i < handle->numFds; ++i) out.fds.emplace_back(dupFd(handle->data[i]));
-    out.ints.assign(&handle->data[handle->numFds],
-                    &handle->data[handle->numFds + handle->numInts]);
+    out.ints.assign(&handle->data[handle->numFds], &handle->data[handle->numFds + handle->numInts]);
     return out;
 }
 

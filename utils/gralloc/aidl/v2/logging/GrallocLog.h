@@ -50,44 +50,47 @@ void fatalULogger(const char* tag, const char* fmt, ...) __attribute__((format(p
 
 }  // namespace zcam::logging
 
-#define ZLOG_EMIT_(prio, level, fmt, ...)                                                   \
-    do {                                                                                    \
-        if (::zcam::logging::androidLogOn())                                                \
+#define ZLOG_EMIT_(prio, level, fmt, ...)                                                     \
+    do {                                                                                      \
+        if (::zcam::logging::androidLogOn())                                                  \
             __android_log_print(prio, LOG_TAG, fmt, __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__); \
-        if (::zcam::logging::uloggerOn())                                                   \
-            ::zcam::logging::writeULogger(LOG_TAG, level, fmt,                              \
-                                          __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);         \
+        if (::zcam::logging::uloggerOn())                                                     \
+            ::zcam::logging::writeULogger(LOG_TAG, level, fmt,                                \
+                                          __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);           \
     } while (0)
 
-#define ZLOGD(fmt, ...)                                                                      \
-    do {                                                                                     \
-        if (__builtin_expect(::zcam::logging::debugEnabled(), 0))                                               \
-            ZLOG_EMIT_(ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, fmt __VA_OPT__(, ) __VA_ARGS__); \
+#define ZLOGD(fmt, ...)                                            \
+    do {                                                           \
+        if (__builtin_expect(::zcam::logging::debugEnabled(), 0))  \
+            ZLOG_EMIT_(ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);            \
     } while (0)
 
-#define ZLOGI(fmt, ...)                                                                     \
-    do {                                                                                    \
-        if (__builtin_expect(::zcam::logging::infoEnabled(), 0))                                               \
+#define ZLOGI(fmt, ...)                                                                           \
+    do {                                                                                          \
+        if (__builtin_expect(::zcam::logging::infoEnabled(), 0))                                  \
             ZLOG_EMIT_(ANDROID_LOG_INFO, ::zcam::logging::kInfo, fmt __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
-#define ZLOGW(fmt, ...)                                                                     \
-    do {                                                                                    \
-        if (__builtin_expect(::zcam::logging::warningEnabled(), 0))                                            \
-            ZLOG_EMIT_(ANDROID_LOG_WARN, ::zcam::logging::kWarning, fmt __VA_OPT__(, ) __VA_ARGS__); \
+#define ZLOGW(fmt, ...)                                             \
+    do {                                                            \
+        if (__builtin_expect(::zcam::logging::warningEnabled(), 0)) \
+            ZLOG_EMIT_(ANDROID_LOG_WARN, ::zcam::logging::kWarning, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);             \
     } while (0)
 
-// An error line reported at source line `line`.
-#define ZLOGE_AT(line, fmt, ...)                                                             \
-    do {                                                                                     \
-        if (::zcam::logging::androidLogOn())                                                 \
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, fmt " (%s){#%d:%s}",             \
-                                __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__, __FUNCTION__, line, \
-                                LOG_FILE);                                                   \
-        if (::zcam::logging::uloggerOn())                                                    \
-            ::zcam::logging::writeULogger(LOG_TAG, ::zcam::logging::kError, fmt,             \
-                                          __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);          \
+// An error line of `function` reported at source line `line`.
+#define ZLOGE_FN_AT(function, line, fmt, ...)                                                   \
+    do {                                                                                        \
+        if (::zcam::logging::androidLogOn())                                                    \
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, fmt " (%s){#%d:%s}",                \
+                                function __VA_OPT__(, ) __VA_ARGS__, function, line, LOG_FILE); \
+        if (::zcam::logging::uloggerOn())                                                       \
+            ::zcam::logging::writeULogger(LOG_TAG, ::zcam::logging::kError, fmt,                \
+                                          function __VA_OPT__(, ) __VA_ARGS__);                 \
     } while (0)
+
+#define ZLOGE_AT(line, fmt, ...) ZLOGE_FN_AT(__FUNCTION__, line, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 #define ZLOGE(fmt, ...) ZLOGE_AT(__LINE__, fmt __VA_OPT__(, ) __VA_ARGS__)
 

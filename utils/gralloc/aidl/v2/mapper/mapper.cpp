@@ -274,50 +274,63 @@ std::string binaryText(const std::vector<uint8_t>& bytes) {
     return text;
 }
 
+// The checks that getGrallocMeta and setGrallocMeta share, logged under the caller's name:
+// AIMAPPER_ERROR_NONE when the call may go on.
+int32_t checkMetaArguments(const char* function, const native_handle* buffer,
+                           GRALLOC_STANDARD_METADATA_TYPE type, const void* data, unsigned int size,
+                           bool get) {
+    if (buffer == nullptr) {
+        ZLOGE_FN_AT(function, __LINE__, "[%s] Null buffer handle");
+        return AIMAPPER_ERROR_BAD_BUFFER;
+    }
+    if (data == nullptr) {
+        ZLOGE_FN_AT(function, __LINE__, "[%s] Null data pointer");
+        return kBadValue;
+    }
+    if (type == GRALLOC_STANDARD_METADATA_SMPTE2086 && size != kSmpte2086Size) {
+        ZLOGE_FN_AT(function, __LINE__, "[%s] data_size(%d) != struct size of Smpte2086(%d)", size,
+                    kSmpte2086Size);
+        return kBadValue;
+    }
+    if (type == GRALLOC_STANDARD_METADATA_CTA861_3 && size != kCta861_3Size) {
+        ZLOGE_FN_AT(function, __LINE__, "[%s] data_size(%d) != struct size of Cta861_3(%d)", size,
+                    kCta861_3Size);
+        return kBadValue;
+    }
+    if (get && type == GRALLOC_STANDARD_METADATA_SMPTE2094_40 && size != kHdr10PlusSize) {
+        ZLOGE_FN_AT(function, __LINE__,
+                    "[%s] data_size(%d) != struct size of ge_hdr10p_dynamic_metadata_t(%d)", size,
+                    kHdr10PlusSize);
+        return kBadValue;
+    }
+    return AIMAPPER_ERROR_NONE;
+}
+
 }  // namespace
 
 int32_t MapperV5::getGrallocMeta(const native_handle* buffer, GRALLOC_STANDARD_METADATA_TYPE type,
                                  void* data, unsigned int size) const {
-    if (buffer == nullptr) {
-        ZLOGE("[%s] Null buffer handle");
-        return AIMAPPER_ERROR_BAD_BUFFER;
-    }
-    if (data == nullptr) {
-        ZLOGE("[%s] Null data pointer");
-        return kBadValue;
+    if (int32_t error = checkMetaArguments(__FUNCTION__, buffer, type, data, size, true)) {
+        return error;
     }
     switch (type) {
-        case GRALLOC_STANDARD_METADATA_SMPTE2086: {
-            if (size != kSmpte2086Size) {
-                ZLOGE("[%s] data_size(%d) != struct size of Smpte2086(%d)", size, kSmpte2086Size);
-                return kBadValue;
+        case GRALLOC_STANDARD_METADATA_SMPTE2086:
+            if (auto value = getStandardMetadata<Type::SMPTE2086>(buffer); value && *value) {
+                memcpy(data, &**value, kSmpte2086Size);
             }
-            auto value = getStandardMetadata<Type::SMPTE2086>(buffer);
-            if (value && *value) memcpy(data, &**value, kSmpte2086Size);
             return AIMAPPER_ERROR_NONE;
-        }
-        case GRALLOC_STANDARD_METADATA_CTA861_3: {
-            if (size != kCta861_3Size) {
-                ZLOGE("[%s] data_size(%d) != struct size of Cta861_3(%d)", size, kCta861_3Size);
-                return kBadValue;
+        case GRALLOC_STANDARD_METADATA_CTA861_3:
+            if (auto value = getStandardMetadata<Type::CTA861_3>(buffer); value && *value) {
+                memcpy(data, &**value, kCta861_3Size);
             }
-            auto value = getStandardMetadata<Type::CTA861_3>(buffer);
-            if (value && *value) memcpy(data, &**value, kCta861_3Size);
             return AIMAPPER_ERROR_NONE;
-        }
-        case GRALLOC_STANDARD_METADATA_SMPTE2094_40: {
-            if (size != kHdr10PlusSize) {
-                ZLOGE("[%s] data_size(%d) != struct size of ge_hdr10p_dynamic_metadata_t(%d)",
-                      size, kHdr10PlusSize);
-                return kBadValue;
-            }
+        case GRALLOC_STANDARD_METADATA_SMPTE2094_40:
             // The mapper never stores more than the record holds.
-            auto value = getStandardMetadata<Type::SMPTE2094_40>(buffer);
-            if (value && *value && !(*value)->empty()) {
+            if (auto value = getStandardMetadata<Type::SMPTE2094_40>(buffer);
+                value && *value && !(*value)->empty()) {
                 memcpy(data, (*value)->data(), (*value)->size());
             }
             return AIMAPPER_ERROR_NONE;
-        }
         default:
             return AIMAPPER_ERROR_NONE;
     }
@@ -325,29 +338,16 @@ int32_t MapperV5::getGrallocMeta(const native_handle* buffer, GRALLOC_STANDARD_M
 
 int32_t MapperV5::setGrallocMeta(const native_handle* buffer, GRALLOC_STANDARD_METADATA_TYPE type,
                                  void* data, unsigned int size) const {
-    if (buffer == nullptr) {
-        ZLOGE("[%s] Null buffer handle");
-        return AIMAPPER_ERROR_BAD_BUFFER;
-    }
-    if (data == nullptr) {
-        ZLOGE("[%s] Null data pointer");
-        return kBadValue;
+    if (int32_t error = checkMetaArguments(__FUNCTION__, buffer, type, data, size, false)) {
+        return error;
     }
     switch (type) {
         case GRALLOC_STANDARD_METADATA_SMPTE2086: {
-            if (size != kSmpte2086Size) {
-                ZLOGE("[%s] data_size(%d) != struct size of Smpte2086(%d)", size, kSmpte2086Size);
-                return kBadValue;
-            }
             common::Smpte2086 value;
             memcpy(&value, data, kSmpte2086Size);
             return setStandardMetadata<Type::SMPTE2086>(buffer, value);
         }
         case GRALLOC_STANDARD_METADATA_CTA861_3: {
-            if (size != kCta861_3Size) {
-                ZLOGE("[%s] data_size(%d) != struct size of Cta861_3(%d)", size, kCta861_3Size);
-                return kBadValue;
-            }
             common::Cta861_3 value;
             memcpy(&value, data, kCta861_3Size);
             return setStandardMetadata<Type::CTA861_3>(buffer, value);

@@ -56,13 +56,12 @@ typedef struct AIMapperV5 {
     AIMapper_Error (*_Nonnull lock)(buffer_handle_t _Nonnull buffer, uint64_t cpuUsage,
                                     ARect accessRegion, int acquireFence,
                                     void* _Nullable* _Nonnull outData);
-    AIMapper_Error (*_Nonnull unlock)(buffer_handle_t _Nonnull buffer,
-                                      int* _Nonnull releaseFence);
+    AIMapper_Error (*_Nonnull unlock)(buffer_handle_t _Nonnull buffer, int* _Nonnull releaseFence);
     AIMapper_Error (*_Nonnull flushLockedBuffer)(buffer_handle_t _Nonnull buffer);
     AIMapper_Error (*_Nonnull rereadLockedBuffer)(buffer_handle_t _Nonnull buffer);
     int32_t (*_Nonnull getMetadata)(buffer_handle_t _Nonnull buffer,
-                                    AIMapper_MetadataType metadataType,
-                                    void* _Nullable destBuffer, size_t destBufferSize);
+                                    AIMapper_MetadataType metadataType, void* _Nullable destBuffer,
+                                    size_t destBufferSize);
     int32_t (*_Nonnull getStandardMetadata)(buffer_handle_t _Nonnull buffer,
                                             int64_t standardMetadataType,
                                             void* _Nullable destBuffer, size_t destBufferSize);

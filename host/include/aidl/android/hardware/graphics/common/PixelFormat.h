@@ -43,18 +43,72 @@ enum class PixelFormat : int32_t {
 
 inline std::string toString(PixelFormat val) {
     switch (val) {
-#define PF_CASE(n) \
-    case PixelFormat::n: return #n;
-        PF_CASE(UNSPECIFIED) PF_CASE(RGBA_8888) PF_CASE(RGBX_8888) PF_CASE(RGB_888)
-        PF_CASE(RGB_565) PF_CASE(BGRA_8888) PF_CASE(YCBCR_422_SP) PF_CASE(YCRCB_420_SP)
-        PF_CASE(YCBCR_422_I) PF_CASE(RGBA_FP16) PF_CASE(RAW16) PF_CASE(BLOB)
-        PF_CASE(IMPLEMENTATION_DEFINED) PF_CASE(YCBCR_420_888) PF_CASE(RAW_OPAQUE)
-        PF_CASE(RAW10) PF_CASE(RAW12) PF_CASE(RGBA_1010102) PF_CASE(DEPTH_16)
-        PF_CASE(DEPTH_24) PF_CASE(DEPTH_24_STENCIL_8) PF_CASE(DEPTH_32F)
-        PF_CASE(DEPTH_32F_STENCIL_8) PF_CASE(STENCIL_8) PF_CASE(YCBCR_P010) PF_CASE(HSV_888)
-        PF_CASE(R_8) PF_CASE(R_16_UINT) PF_CASE(RG_1616_UINT) PF_CASE(RGBA_10101010)
-        PF_CASE(Y8) PF_CASE(Y16) PF_CASE(YV12)
-#undef PF_CASE
+        case PixelFormat::UNSPECIFIED:
+            return "UNSPECIFIED";
+        case PixelFormat::RGBA_8888:
+            return "RGBA_8888";
+        case PixelFormat::RGBX_8888:
+            return "RGBX_8888";
+        case PixelFormat::RGB_888:
+            return "RGB_888";
+        case PixelFormat::RGB_565:
+            return "RGB_565";
+        case PixelFormat::BGRA_8888:
+            return "BGRA_8888";
+        case PixelFormat::YCBCR_422_SP:
+            return "YCBCR_422_SP";
+        case PixelFormat::YCRCB_420_SP:
+            return "YCRCB_420_SP";
+        case PixelFormat::YCBCR_422_I:
+            return "YCBCR_422_I";
+        case PixelFormat::RGBA_FP16:
+            return "RGBA_FP16";
+        case PixelFormat::RAW16:
+            return "RAW16";
+        case PixelFormat::BLOB:
+            return "BLOB";
+        case PixelFormat::IMPLEMENTATION_DEFINED:
+            return "IMPLEMENTATION_DEFINED";
+        case PixelFormat::YCBCR_420_888:
+            return "YCBCR_420_888";
+        case PixelFormat::RAW_OPAQUE:
+            return "RAW_OPAQUE";
+        case PixelFormat::RAW10:
+            return "RAW10";
+        case PixelFormat::RAW12:
+            return "RAW12";
+        case PixelFormat::RGBA_1010102:
+            return "RGBA_1010102";
+        case PixelFormat::DEPTH_16:
+            return "DEPTH_16";
+        case PixelFormat::DEPTH_24:
+            return "DEPTH_24";
+        case PixelFormat::DEPTH_24_STENCIL_8:
+            return "DEPTH_24_STENCIL_8";
+        case PixelFormat::DEPTH_32F:
+            return "DEPTH_32F";
+        case PixelFormat::DEPTH_32F_STENCIL_8:
+            return "DEPTH_32F_STENCIL_8";
+        case PixelFormat::STENCIL_8:
+            return "STENCIL_8";
+        case PixelFormat::YCBCR_P010:
+            return "YCBCR_P010";
+        case PixelFormat::HSV_888:
+            return "HSV_888";
+        case PixelFormat::R_8:
+            return "R_8";
+        case PixelFormat::R_16_UINT:
+            return "R_16_UINT";
+        case PixelFormat::RG_1616_UINT:
+            return "RG_1616_UINT";
+        case PixelFormat::RGBA_10101010:
+            return "RGBA_10101010";
+        case PixelFormat::Y8:
+            return "Y8";
+        case PixelFormat::Y16:
+            return "Y16";
+        case PixelFormat::YV12:
+            return "YV12";
     }
     return std::to_string(static_cast<int32_t>(val));
 }

@@ -19,14 +19,22 @@ enum class PlaneLayoutComponentType : int64_t {
 
 inline std::string toString(PlaneLayoutComponentType val) {
     switch (val) {
-        case PlaneLayoutComponentType::Y: return "Y";
-        case PlaneLayoutComponentType::CB: return "CB";
-        case PlaneLayoutComponentType::CR: return "CR";
-        case PlaneLayoutComponentType::R: return "R";
-        case PlaneLayoutComponentType::G: return "G";
-        case PlaneLayoutComponentType::B: return "B";
-        case PlaneLayoutComponentType::RAW: return "RAW";
-        case PlaneLayoutComponentType::A: return "A";
+        case PlaneLayoutComponentType::Y:
+            return "Y";
+        case PlaneLayoutComponentType::CB:
+            return "CB";
+        case PlaneLayoutComponentType::CR:
+            return "CR";
+        case PlaneLayoutComponentType::R:
+            return "R";
+        case PlaneLayoutComponentType::G:
+            return "G";
+        case PlaneLayoutComponentType::B:
+            return "B";
+        case PlaneLayoutComponentType::RAW:
+            return "RAW";
+        case PlaneLayoutComponentType::A:
+            return "A";
     }
     return std::to_string(static_cast<int64_t>(val));
 }

@@ -83,12 +83,12 @@ private:
 };
 
 template <typename T>
-    requires std::is_arithmetic_v<T> || std::is_enum_v<T>
+requires std::is_arithmetic_v<T> || std::is_enum_v<T>
 void write(Writer& w, const T& v) {
     w.put(&v, sizeof(v));
 }
 template <typename T>
-    requires std::is_arithmetic_v<T> || std::is_enum_v<T>
+requires std::is_arithmetic_v<T> || std::is_enum_v<T>
 bool read(Reader& r, T& v) {
     return r.get(&v, sizeof(v));
 }
@@ -157,16 +157,15 @@ bool read(Reader& r, std::vector<T>& items);
 
 inline void write(Writer& w, const common::PlaneLayout& p) {
     write(w, p.components);
-    for (int64_t v : {p.offsetInBytes, p.sampleIncrementInBits, p.strideInBytes, p.widthInSamples,
-                      p.heightInSamples, p.totalSizeInBytes, p.horizontalSubsampling,
-                      p.verticalSubsampling}) {
+    for (int64_t v :
+         {p.offsetInBytes, p.sampleIncrementInBits, p.strideInBytes, p.widthInSamples,
+          p.heightInSamples, p.totalSizeInBytes, p.horizontalSubsampling, p.verticalSubsampling}) {
         write(w, v);
     }
 }
 inline bool read(Reader& r, common::PlaneLayout& p) {
-    return read(r, p.components) && read(r, p.offsetInBytes) &&
-           read(r, p.sampleIncrementInBits) && read(r, p.strideInBytes) &&
-           read(r, p.widthInSamples) && read(r, p.heightInSamples) &&
+    return read(r, p.components) && read(r, p.offsetInBytes) && read(r, p.sampleIncrementInBits) &&
+           read(r, p.strideInBytes) && read(r, p.widthInSamples) && read(r, p.heightInSamples) &&
            read(r, p.totalSizeInBytes) && read(r, p.horizontalSubsampling) &&
            read(r, p.verticalSubsampling);
 }
@@ -264,11 +263,11 @@ struct OptionalMetadataValue {
 template <StandardMetadataType T>
 struct StandardMetadata;
 
-#define ZYNCAM_STANDARD_METADATA(TYPE, WRAPPER, T)                                 \
-    template <>                                                                   \
+#define ZYNCAM_STANDARD_METADATA(TYPE, WRAPPER, T)                               \
+    template <>                                                                  \
     struct StandardMetadata<StandardMetadataType::TYPE> {                        \
         using value = WRAPPER<StandardMetadataType::TYPE, T>;                    \
-        using value_type = value::value_type;                                     \
+        using value_type = value::value_type;                                    \
         static constexpr StandardMetadataType type = StandardMetadataType::TYPE; \
     };
 
