@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/types.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <utility>
@@ -34,7 +35,8 @@ struct MyStaticInfo : zcam::GrallocStaticInfo {
         out.format = format;
         out.widthInPixels = widthInPixels;
         out.heightInPixels = heightInPixels;
-        out.planes.assign(planes.begin(), planes.end());
+        if (out.planes.size() != planes.size()) out.planes.resize(planes.size());
+        std::copy(planes.begin(), planes.end(), out.planes.begin());
         out.isAFBC = isAFBC;
     }
 };
