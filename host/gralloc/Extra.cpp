@@ -14,6 +14,8 @@ namespace zyncam::sim {
 namespace {
 
 constexpr unsigned long kDmaBufSetName = 0x40086201;
+// Usage bits of the side that fills the buffer: CPU write, GPU render, camera, video decoder.
+constexpr uint64_t kProducerUsage = 0xF0 | 0x200 | 0x20000 | 0x400000;
 
 template <typename T>
 void put(void* out, int64_t value) {
@@ -93,10 +95,10 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
             value = static_cast<int64_t>(d->id);
             break;
         case GRALLOC_EXTRA_GET_CONSUMER_USAGE:
-            value = static_cast<uint32_t>(d->usage & ~uint64_t{0x200F0 | 0x200 | 0x400000});
+            value = static_cast<uint32_t>(d->usage & ~kProducerUsage);
             break;
         case GRALLOC_EXTRA_GET_PRODUCER_USAGE:
-            value = static_cast<uint32_t>(d->usage & uint64_t{0x200F0 | 0x200 | 0x400000});
+            value = static_cast<uint32_t>(d->usage & kProducerUsage);
             break;
         case GRALLOC_EXTRA_GET_SF_INFO: {
             GrallocExtraSfInfo info{};
