@@ -250,9 +250,9 @@ TEST(LayoutQueryTest, BatchFormatsAndSlowMotionSizes) {
     auto afbc = request(1280, 720, 0x2612, 0x20000000);
     ASSERT_EQ(helper.query(&afbc, &info, false), 0);
     EXPECT_TRUE(info.isAFBC);
-    MyStaticInfo cached;
-    ASSERT_TRUE(helper.findCachedLayout(afbc, true, cached));
-    EXPECT_EQ(cached.batchNum, 8u);
+    zcam::GrallocCachedLayout cached;
+    ASSERT_TRUE(helper.findCachedLayout(afbc, true, &cached));
+    EXPECT_EQ(cached.framesPerBuffer, 8u);
     EXPECT_EQ(info.planes[0].sizeInBytes, cached.allocSize / 8);
 }
 

@@ -17,7 +17,6 @@ namespace zyncam::tools {
 namespace {
 
 using GrallocAidlV2::GrallocHelperAidlV2Imp;
-using GrallocAidlV2::MyStaticInfo;
 
 constexpr const char* kUsage =
         "usage: gralloc-layout [--json] [--verbose] WxH FORMAT [--usage BITS] [--batch N] "
@@ -278,9 +277,9 @@ int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::os
     std::vector<Answer> answers(requests.size());
     int probes = 0;
     for (size_t i = 0; i < requests.size(); ++i) {
-        MyStaticInfo cached;
-        answers[i].probed =
-                requests[i].refresh || !helper.findCachedLayout(requests[i].request, false, cached);
+        zcam::GrallocCachedLayout cached;
+        answers[i].probed = requests[i].refresh ||
+                            !helper.findCachedLayout(requests[i].request, false, &cached);
         probes += answers[i].probed;
         const int result =
                 helper.query(&requests[i].request, &answers[i].info, requests[i].refresh);
@@ -291,7 +290,7 @@ int runLayoutQuery(int argc, const char* const* argv, std::ostream& out, std::os
                 << hex(q.usage) << " failed: " << result << "\n";
             return 1;
         }
-        if (helper.findCachedLayout(requests[i].request, answers[i].info.isAFBC, cached)) {
+        if (helper.findCachedLayout(requests[i].request, answers[i].info.isAFBC, &cached)) {
             answers[i].allocSize = cached.allocSize;
         }
     }

@@ -123,18 +123,6 @@ int GrallocHelperAidlV2Imp::queryMissLocked(MyRequest& key,
     return 0;
 }
 
-bool GrallocHelperAidlV2Imp::findCachedLayout(const zcam::GrallocRequest& request, bool afbc,
-                                              MyStaticInfo& out) const {
-    MyRequest key;
-    determine(request, key);
-    key.isAFBC = afbc;
-    AutoLock lock(mLock);
-    const ssize_t index = indexOfLocked(key);
-    if (index < 0) return false;
-    out = mStreamInfoMap[index].second;
-    return true;
-}
-
 int GrallocHelperAidlV2Imp::determine(const MyRequest& request, MyStaticInfo& info) {
     const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
     const native_handle* handle = nullptr;
@@ -218,6 +206,54 @@ void GrallocHelperAidlV2Imp::clearMap() {
     AutoLock lock(mLock);
     ZLOGI("[%s] Clear the stream info map");
     mStreamInfoMap.clear();
+}
+
+namespace {
+
+zcam::GrallocCachedLayout toCachedLayout(const GrallocHelperAidlV2Imp::MyRequest& key,
+                                         const MyStaticInfo& info) {
+    zcam::GrallocCachedLayout out;
+    out.key.usage = key.usage;
+    out.key.format = key.format;
+    out.key.widthInPixels = key.widthInPixels;
+    out.key.heightInPixels = key.heightInPixels;
+    out.key.batchNum = key.batchNum;
+    out.keyIsAFBC = key.isAFBC;
+    info.copyTo(out.info);
+    out.allocationTimeNs = info.grallocTime;
+    out.allocatorUsage = info.usage;
+    out.producerUsage = info.producerUsage;
+    out.allocSize = info.allocSize;
+    out.framesPerBuffer = info.batchNum;
+    return out;
+}
+
+}  // namespace
+
+size_t GrallocHelperAidlV2Imp::cachedLayoutCount() const {
+    AutoLock lock(mLock);
+    return mStreamInfoMap.size();
+}
+
+std::vector<zcam::GrallocCachedLayout> GrallocHelperAidlV2Imp::cachedLayouts() const {
+    AutoLock lock(mLock);
+    std::vector<zcam::GrallocCachedLayout> out;
+    out.reserve(mStreamInfoMap.size());
+    for (const auto& [key, info] : mStreamInfoMap) out.push_back(toCachedLayout(key, info));
+    return out;
+}
+
+bool GrallocHelperAidlV2Imp::findCachedLayout(const zcam::GrallocRequest& request, bool isAFBC,
+                                              zcam::GrallocCachedLayout* out) const {
+    if (out == nullptr) return false;
+    MyRequest key;
+    determine(request, key);
+    key.isAFBC = isAFBC;
+    AutoLock lock(mLock);
+    const ssize_t index = indexOfLocked(key);
+    if (index < 0) return false;
+    *out = toCachedLayout(mStreamInfoMap[index].first, mStreamInfoMap[index].second);
+    return true;
 }
 
 int GrallocHelperAidlV2Imp::query(buffer_handle_t buffer, zcam::GrallocStaticInfo* staticInfo,
@@ -384,3 +420,27 @@ std::string GrallocHelperAidlV2Imp::queryDataspaceName(int dataspace) const {
 }
 
 }  // namespace GrallocAidlV2
+
+namespace zcam {
+
+std::unique_ptr<IGrallocHelper> createGrallocHelper() {
+    return std::make_unique<GrallocAidlV2::GrallocHelperAidlV2Imp>();
+}
+
+const IGrallocLayoutCache* layoutCacheOf(const IGrallocHelper& helper) {
+    return dynamic_cast<const GrallocAidlV2::GrallocHelperAidlV2Imp*>(&helper);
+}
+
+GrallocRequest normalizeGrallocRequest(const GrallocRequest& request) {
+    GrallocAidlV2::GrallocHelperAidlV2Imp::MyRequest key;
+    GrallocAidlV2::GrallocHelperAidlV2Imp::determine(request, key);
+    GrallocRequest out;
+    out.usage = key.usage;
+    out.format = key.format;
+    out.widthInPixels = key.widthInPixels;
+    out.heightInPixels = key.heightInPixels;
+    out.batchNum = key.batchNum;
+    return out;
+}
+
+}  // namespace zcam

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "GrallocHelper.h"
 #include "IGrallocHelper.h"
 
 namespace NSCam::GrallocMapperAidlV2 {
@@ -51,7 +52,7 @@ extern std::unique_ptr<const NSCam::GrallocMapperAidlV2::MapperV5> gMapperV5;
 extern std::unique_ptr<const NSCam::GrallocAllocatorAidlV2::AllocatorAidl> gAllocatorAidl;
 extern std::atomic<int32_t> gLogLevel;
 
-class GrallocHelperAidlV2Imp : public zcam::IGrallocHelper {
+class GrallocHelperAidlV2Imp : public zcam::IGrallocHelper, public zcam::IGrallocLayoutCache {
 public:
     // The normalised request; the key of the layout cache.
     struct MyRequest {
@@ -145,10 +146,10 @@ public:
     // The probe: allocates, derives the layout, names the dma-buf and frees.
     static int determine(const MyRequest& request, MyStaticInfo& info);
     ssize_t addToMapLocked(const MyRequest& key, const MyStaticInfo& info) const;
-    // The cached layout of `request` with what the probe learnt (allocation size, usages), for
-    // diagnostics. With `afbc` false it is what query() answers without probing; AFBC layouts
-    // are stored under the flag set and are found only with `afbc` true.
-    bool findCachedLayout(const zcam::GrallocRequest& request, bool afbc, MyStaticInfo& out) const;
+    size_t cachedLayoutCount() const override;
+    std::vector<zcam::GrallocCachedLayout> cachedLayouts() const override;
+    bool findCachedLayout(const zcam::GrallocRequest& request, bool isAFBC,
+                          zcam::GrallocCachedLayout* out) const override;
     void dump(const MyRequest& key, const MyStaticInfo& info) const;
 
 private:
