@@ -267,16 +267,16 @@ private:
         for (size_t i = 0; i < rule.planes.size(); ++i) {
             const PlaneRule& p = rule.planes[i];
             const std::string planePath = element(member(path, "planes"), i);
-            if (rule.rowAlign % p.verticalSubsampling != 0) {
-                return r.fail(member(planePath, "verticalSubsampling"),
-                              std::to_string(p.verticalSubsampling) + " does not divide rowAlign " +
-                                      std::to_string(rule.rowAlign));
-            }
             if (i == 0) {
                 if (p.horizontalSubsampling != 1 || p.verticalSubsampling != 1) {
                     return r.fail(planePath, "the first plane cannot be subsampled");
                 }
                 continue;
+            }
+            if (rule.rowAlign % p.verticalSubsampling != 0) {
+                return r.fail(member(planePath, "verticalSubsampling"),
+                              std::to_string(p.verticalSubsampling) + " does not divide rowAlign " +
+                                      std::to_string(rule.rowAlign));
             }
             if (first == 0) {
                 return r.fail(member(element(member(path, "planes"), 0), "sampleIncrementInBits"),
@@ -431,6 +431,11 @@ private:
                 r.fail(member(path, "allocSize"), "more than limits.maxAllocationSize");
                 return;
             }
+            if (!answer->planeLayouts && mProfile.formats.count(answer->format) == 0) {
+                r.fail(member(path, "format"), "no planeLayouts and no rule for format " +
+                                                       formatName(answer->format) + " in formats");
+                return;
+            }
             if (answer->planeLayouts) {
                 const std::vector<uint8_t>& bytes = *answer->planeLayouts;
                 if (bytes.size() > kExactPlaneLayoutsCapacity) {
@@ -462,8 +467,11 @@ std::string syntaxError(const std::string& errors) {
         s.erase(0, s.find_first_not_of(" *"));
         return s;
     };
+    // "Line 3, Column 5" -> "line 3, column 5"
     where = trim(where);
-    if (!where.empty()) where[0] = static_cast<char>(tolower(where[0]));
+    for (size_t i = 0; i < where.size(); ++i) {
+        if (i == 0 || where[i - 1] == ' ') where[i] = static_cast<char>(tolower(where[i]));
+    }
     return where + ": " + trim(what);
 }
 
