@@ -482,6 +482,8 @@ TEST(ExactAnswerTest, AnExactAnswerWinsOverTheRules) {
         testkit::Buffer exact(request.width, request.height, request.format, request.usage);
         ASSERT_NE(exact.get(), nullptr);
         EXPECT_TRUE(zyncam::sim::answeredFromExactTable(exact.get()));
+        ASSERT_NE(zyncam::sim::exactAnswerFor(request), nullptr);
+        EXPECT_EQ(*zyncam::sim::exactAnswerFor(request), a);
         EXPECT_EQ(exact.stride(), 2048u);
         ExactAnswer seen = observe(exact.get());
         seen.request = request;
@@ -489,6 +491,7 @@ TEST(ExactAnswerTest, AnExactAnswerWinsOverTheRules) {
         // Another usage is laid out by the rules.
         testkit::Buffer ruled(request.width, request.height, request.format, 0x20003);
         EXPECT_FALSE(zyncam::sim::answeredFromExactTable(ruled.get()));
+        EXPECT_EQ(zyncam::sim::exactAnswerFor({1920, 1080, 0x11, 0x20003, 1}), nullptr);
         EXPECT_EQ(ruled.stride(), 1920u);
     }
 

@@ -105,6 +105,13 @@ std::string profileSource() {
     return currentProfile()->source;
 }
 
+std::shared_ptr<const profile::ExactAnswer> exactAnswerFor(
+        const profile::AllocationRequest& request) {
+    const std::shared_ptr<const Profile> p = currentProfile();
+    auto it = p->exact.find(request);
+    return it == p->exact.end() ? nullptr : it->second;
+}
+
 bool answeredFromExactTable(const native_handle_t* buffer) {
     std::optional<BufferDesc> d = decodeHandle(buffer);
     return d && d->exactAnswer;

@@ -4,6 +4,7 @@
 
 #include <aidl/android/hardware/graphics/common/PlaneLayout.h>
 #include <cutils/native_handle.h>
+#include <zyncam_host/ProfileFormat.h>
 
 #include <cstdint>
 #include <memory>
@@ -83,6 +84,9 @@ std::string profileName();
 std::string profileSource();
 // Whether the buffer was laid out by an exact answer of the profile rather than by its rules.
 bool answeredFromExactTable(const native_handle_t* buffer);
+// The exact answer the profile in force holds for an allocation, or null when its rules answer.
+std::shared_ptr<const profile::ExactAnswer> exactAnswerFor(
+        const profile::AllocationRequest& request);
 
 // Registers the allocator service again (for example after a test removed it).
 void registerAllocatorService();
