@@ -284,6 +284,7 @@ TEST(ProfileLoadTest, TheEnvironmentChoosesTheStartUpProfile) {
     zyncam::sim::resetProfile();
     EXPECT_EQ(zyncam::sim::profileName(), "default");
     EXPECT_EQ(zyncam::sim::profileSource(), "default.json (built in)");
+    EXPECT_EQ(zyncam::sim::builtInProfileJson(), readFile(kProfiles + "/default.json"));
 }
 
 TEST(ProfileLoadDeathTest, ABadStartUpProfileEndsTheProcess) {

@@ -97,6 +97,10 @@ void activateProfile(std::shared_ptr<const Profile> profile) {
     }
 }
 
+std::string builtInProfileJson() {
+    return kBuiltInProfile;
+}
+
 std::string profileName() {
     return currentProfile()->name;
 }

@@ -79,6 +79,9 @@ void resetProfile();
 // The profile in force, and putting one back in force (null: the start-up profile).
 std::shared_ptr<const Profile> activeProfile();
 void activateProfile(std::shared_ptr<const Profile> profile);
+// The built-in default profile's JSON (host/profiles/default.json), for example as the rules
+// of a captured profile whose exact answers are added to it.
+std::string builtInProfileJson();
 // The "name" of the profile in force, and the file it came from.
 std::string profileName();
 std::string profileSource();
