@@ -263,6 +263,53 @@ TEST(ProfileLoadTest, ScopedProfileRestoresThePreviousOne) {
     EXPECT_EQ(stride, 112);  // 16-pixel alignment
 }
 
+// A captured profile names the profile whose rules answer what it did not capture.
+TEST(ProfileLoadTest, AProfileExtendsAnother) {
+    int32_t stride = 0;
+    ExactAnswer captured = rgbaAnswer();
+    captured.stride = 80;
+    Json::Value capture;
+    capture["name"] = "capture";
+    capture["extends"] = "default";
+    capture["exact"].append(zyncam::profile::toJson(captured));
+    {
+        testkit::ScopedProfile profile(write(capture), "capture.json");
+        EXPECT_EQ(zyncam::sim::profileName(), "capture");
+        ASSERT_EQ(allocate2(64, 64, 0x1, 0x3, 1, &stride), 0);
+        EXPECT_EQ(stride, 80);
+        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        EXPECT_EQ(stride, 112);  // the built-in rules
+    }
+
+    // A file beside it, with one format replaced.
+    const std::string dir = ::testing::TempDir();
+    Json::Value a64 = parse(readFile(kProfiles + "/soc-a64.json"));
+    a64["formats"]["RGBA_8888"]["colour"] = 1;
+    std::ofstream(dir + "/broken-a64.json") << write(a64);
+    Json::Value child;
+    child["extends"] = kProfiles + "/soc-a64.json";
+    child["formats"]["Y8"] = parse(R"({"strideAlign": {"pixels": 256}, "planes": [
+            {"components": [["Y", 0, 8]], "sampleIncrementInBits": 8}]})");
+    {
+        testkit::ScopedProfile profile(write(child), dir + "/child.json");
+        EXPECT_EQ(zyncam::sim::profileName(), "soc-a64");
+        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        EXPECT_EQ(stride, 256);
+        ASSERT_EQ(allocate2(100, 100, 0x20363159, 0x3, 1, &stride), 0);
+        EXPECT_EQ(stride, 128);  // Y16 as soc-a64 lays it out
+    }
+
+    // A base that is missing or refused is named in the error.
+    std::string error;
+    child["extends"] = "missing.json";
+    EXPECT_FALSE(zyncam::sim::loadProfileText(write(child), dir + "/child.json", &error));
+    EXPECT_EQ(error, dir + "/child.json: extends: " + dir + "/missing.json cannot be read");
+    child["extends"] = "broken-a64.json";
+    EXPECT_FALSE(zyncam::sim::loadProfileText(write(child), dir + "/child.json", &error));
+    EXPECT_EQ(error, dir + "/broken-a64.json: formats.RGBA_8888.colour: unknown field");
+    remove((dir + "/broken-a64.json").c_str());
+}
+
 // Sets an environment variable for the scope.
 class ScopedEnv {
 public:

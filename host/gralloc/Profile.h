@@ -103,9 +103,16 @@ struct Profile {
 // Plane-layout bytes an exact answer may carry; a profile with more is refused.
 inline constexpr uint32_t kExactPlaneLayoutsCapacity = 4096;
 
+// The text of host/profiles/default.json, built in, and the name errors give it.
+extern const char kBuiltInProfile[];
+extern const char kBuiltInProfileSource[];
+
 // Parses and checks a whole profile. Null on failure, with "source: field: reason" in `error`.
 std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::string& source,
                                             std::string* error);
+
+// The whole content of a file, or nothing when it cannot be read.
+std::optional<std::string> readTextFile(const std::string& path);
 
 // The profile in force: the one loaded last, else $ZYNCAM_GRALLOC_PROFILE, else the built-in one.
 std::shared_ptr<const Profile> currentProfile();

@@ -4,6 +4,7 @@
 #include <json/reader.h>
 
 #include <algorithm>
+#include <fstream>
 #include <limits>
 #include <numeric>
 #include <sstream>
@@ -475,24 +476,96 @@ std::string syntaxError(const std::string& errors) {
     return where + ": " + trim(what);
 }
 
-}  // namespace
-
-std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::string& source,
-                                            std::string* error) {
+std::optional<Json::Value> readJson(std::string_view text, const std::string& source,
+                                    std::string* error) {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     std::string errors;
     if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) {
-        if (error != nullptr) *error = source + ": " + syntaxError(errors);
-        return nullptr;
+        *error = source + ": " + syntaxError(errors);
+        return std::nullopt;
     }
+    return root;
+}
+
+// A profile that "extends" another is that one with its own fields on top: each of its formats
+// replaces or adds one, its exact answers follow the base's, every other field replaces the
+// base's. The base must be a whole profile; "default" is the built-in one, anything else a file
+// beside this one.
+std::optional<Json::Value> withBase(Json::Value root, const std::string& source, int depth,
+                                    std::string* error) {
+    constexpr int kMaxDepth = 8;
+    if (!root.isObject() || !root.isMember("extends")) return root;
+    FieldReader r;
+    std::optional<std::string> name = r.string(root["extends"], "extends");
+    if (name && name->empty()) r.fail("extends", "must name a profile");
+    if (name && depth == kMaxDepth) r.fail("extends", "more than 8 profiles deep");
+    if (!r.ok()) {
+        *error = source + ": " + r.error();
+        return std::nullopt;
+    }
+    std::string baseText, baseSource = kBuiltInProfileSource;
+    if (*name == "default") {
+        baseText = kBuiltInProfile;
+    } else {
+        const size_t slash = source.rfind('/');
+        baseSource = name->front() == '/' || slash == std::string::npos
+                             ? *name
+                             : source.substr(0, slash + 1) + *name;
+        std::optional<std::string> text = readTextFile(baseSource);
+        if (!text) {
+            *error = source + ": extends: " + baseSource + " cannot be read";
+            return std::nullopt;
+        }
+        baseText = std::move(*text);
+    }
+    std::optional<Json::Value> base = readJson(baseText, baseSource, error);
+    if (base) base = withBase(std::move(*base), baseSource, depth + 1, error);
+    if (!base) return std::nullopt;
+    Profile checked;
+    Parser parser(checked);
+    if (!parser.parse(*base)) {
+        *error = baseSource + ": " + parser.error();
+        return std::nullopt;
+    }
+    for (const std::string& key : root.getMemberNames()) {
+        const Json::Value& value = root[key];
+        if (key == "extends") continue;
+        if (key == "formats" && value.isObject() && (*base)[key].isObject()) {
+            for (const std::string& format : value.getMemberNames()) {
+                (*base)[key][format] = value[format];
+            }
+        } else if (key == "exact" && value.isArray() && (*base)[key].isArray()) {
+            for (const Json::Value& entry : value) (*base)[key].append(entry);
+        } else {
+            (*base)[key] = value;
+        }
+    }
+    return base;
+}
+
+}  // namespace
+
+std::optional<std::string> readTextFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    if (!(in && text << in.rdbuf())) return std::nullopt;
+    return text.str();
+}
+
+std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::string& source,
+                                            std::string* error) {
+    std::string problem;
+    std::optional<Json::Value> root = readJson(text, source, &problem);
+    if (root) root = withBase(std::move(*root), source, 0, &problem);
     auto profile = std::make_shared<Profile>();
     profile->source = source;
     Parser parser(*profile);
-    if (!parser.parse(root)) {
-        if (error != nullptr) *error = source + ": " + parser.error();
+    if (root && !parser.parse(*root)) problem = source + ": " + parser.error();
+    if (!problem.empty()) {
+        if (error != nullptr) *error = problem;
         return nullptr;
     }
     return profile;

@@ -4,18 +4,12 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 
 #include "Profile.h"
 #include "SimBuffer.h"
 
 namespace zyncam::sim {
-
-// The text of host/profiles/default.json, built in.
-extern const char kBuiltInProfile[];
-extern const char kBuiltInProfileSource[];
 
 namespace {
 
@@ -30,13 +24,12 @@ State& state() {
 }
 
 std::shared_ptr<const Profile> readProfileFile(const std::string& path, std::string* error) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    if (!(in && text << in.rdbuf())) {
+    std::optional<std::string> text = readTextFile(path);
+    if (!text) {
         if (error != nullptr) *error = path + ": cannot be read";
         return nullptr;
     }
-    return parseProfile(text.str(), path, error);
+    return parseProfile(*text, path, error);
 }
 
 // A profile that does not load must not leave the simulator half set up: the process ends.
