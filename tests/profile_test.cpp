@@ -133,6 +133,7 @@ ExactAnswer rgbaAnswer() {
     ExactAnswer a;
     a.request = {64, 64, 0x1, 0x3, 1};
     a.format = 0x1;
+    a.width = a.height = 64;
     return a;
 }
 
@@ -208,6 +209,14 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
                  p["exact"].append(zyncam::profile::toJson(rgbaAnswer()));
              },
              "exact[1].request: the same request as exact[0]"},
+            {"an exact answer of no size",
+             [](Json::Value& p) {
+                 Json::Value e = zyncam::profile::toJson(rgbaAnswer());
+                 e["height"] = 0;
+                 p["exact"].append(e);
+             },
+             "exact[0]: width and height must be positive, stride and verticalStride not "
+             "negative"},
             {"an exact answer without its attributes",
              [](Json::Value& p) {
                  Json::Value e = zyncam::profile::toJson(rgbaAnswer());

@@ -423,6 +423,13 @@ private:
                 r.fail(member(path, "request"), "width, height and layerCount must be positive");
                 return;
             }
+            if (answer->width <= 0 || answer->height <= 0 || answer->stride < 0 ||
+                answer->verticalStride < 0) {
+                r.fail(path,
+                       "width and height must be positive, stride and verticalStride not "
+                       "negative");
+                return;
+            }
             if (auto [it, fresh] = seen.emplace(q, i); !fresh) {
                 r.fail(member(path, "request"),
                        "the same request as exact[" + std::to_string(it->second) + "]");
