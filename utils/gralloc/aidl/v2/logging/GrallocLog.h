@@ -22,24 +22,33 @@ inline constexpr size_t kLineBufferSize = 1024;
 
 enum ULoggerLevel : int32_t { kError = 1, kWarning = 2, kInfo = 3, kDebug = 5 };
 
+// ULogger::sMode: bit 0 turns the Android log on, either of bits 1 and 3 the ULogger sink.
+inline constexpr uint32_t kModeAndroidLog = 1u << 0;
+inline constexpr uint32_t kModeULogger = (1u << 1) | (1u << 3);
+// ULogger::sNormalDetailsMask admits info and debug lines when it has the normal-details bit
+// and one of the camera category bits.
+inline constexpr uint32_t kMaskNormalDetails = 1u << 30;
+inline constexpr uint32_t kMaskCameraCategories = 0x7000;
+
+// A level is enabled from the details level of its own number on.
 inline bool warningEnabled() {
-    return ULogger::sDetailsLevel >= 2;
+    return ULogger::sDetailsLevel >= kWarning;
 }
 inline bool normalMaskAdmits() {
     uint32_t mask = ULogger::sNormalDetailsMask;
-    return (mask & (1u << 30)) != 0 && (mask & 0x7000) != 0;
+    return (mask & kMaskNormalDetails) != 0 && (mask & kMaskCameraCategories) != 0;
 }
 inline bool infoEnabled() {
-    return ULogger::sDetailsLevel >= 3 && normalMaskAdmits();
+    return ULogger::sDetailsLevel >= kInfo && normalMaskAdmits();
 }
 inline bool debugEnabled() {
-    return ULogger::sDetailsLevel >= 5 && normalMaskAdmits();
+    return ULogger::sDetailsLevel >= kDebug && normalMaskAdmits();
 }
 inline bool androidLogOn() {
-    return (ULogger::sMode & 1) != 0;
+    return (ULogger::sMode & kModeAndroidLog) != 0;
 }
 inline bool uloggerOn() {
-    return (ULogger::sMode & 10) != 0;
+    return (ULogger::sMode & kModeULogger) != 0;
 }
 
 // Formats into a 1024-byte buffer and hands it to the sink with the formatter's length.
