@@ -85,13 +85,15 @@ TEST_F(LayoutTest, SinglePlaneFormats) {
         EXPECT_EQ(info.format, c.format);
         EXPECT_EQ(info.allocSize, static_cast<size_t>(c.A));
         EXPECT_FALSE(log.has("!="));  // consistent values pass the plane check
-        EXPECT_EQ(log.has("only in zsl mode"),
+        EXPECT_EQ(log.has("[queryStaticInfo] only in zsl mode: 0x"),
                   c.format == kImplementationDefined || c.format == zcam::kPixelFormatCameraOpaque);
         // YCbCr_422_I's stride 200 is not a multiple of 32, and 2000 < 200 * 16.
-        EXPECT_EQ(log.has("[YCbCr_422_I] rowStrideInBytes:200 is not a multiple of 32"),
+        EXPECT_EQ(log.has("[queryStaticInfo] [YCbCr_422_I] rowStrideInBytes:200 is not a multiple "
+                          "of 32"),
                   c.format == kYuv422);
-        EXPECT_EQ(log.has("[YCbCr_422_I] sizeInBytes:2000<rowStrideInBytes:200*16"),
-                  c.format == kYuv422);
+        EXPECT_EQ(
+                log.has("[queryStaticInfo] [YCbCr_422_I] sizeInBytes:2000<rowStrideInBytes:200*16"),
+                c.format == kYuv422);
     }
 }
 
@@ -158,10 +160,14 @@ TEST_F(LayoutTest, SemiPlanarAndPlanarYuv) {
         SCOPED_TRACE(c.what);
         Buffer buffer(1280, 720, c.format, c.usage);
         for (auto [attribute, value] : c.overrides) overrideExtraQuery(attribute, value);
+        LogCapture log;
         MyStaticInfo info;
         info.batchNum = c.batch;
         EXPECT_EQ(queryStaticInfo(buffer.get(), info), android::NO_ERROR);
         expectPlanes(info, c.planes);
+        // Slow-motion sizes are traced in the derivation's own name.
+        EXPECT_EQ(log.has("[queryStaticInfo] Extra-info(producerUsage="),
+                  (c.usage & zcam::kUsageSmvr) != 0);
         for (auto [attribute, value] : c.overrides) overrideExtraQuery(attribute, std::nullopt);
     }
 }

@@ -146,6 +146,9 @@ void gQueryYCbCr(android_ycbcr& ycbcr, buffer_handle_t buffer, size_t width, siz
 
 namespace {
 
+// The derivation's lines are written in the name of the function callers know.
+constexpr const char* kStaticInfoFunction = "queryStaticInfo";
+
 // What the layout rules read: the extension's attributes and the record's batch count.
 struct Geometry {
     buffer_handle_t buffer;
@@ -217,8 +220,8 @@ void deriveSinglePlane(const SinglePlaneFormat& entry, const Geometry& g, MyStat
             setSinglePlane(info, g, entry.bytesPerPixel * g.stride, g.allocSize);
             break;
         case SinglePlaneRule::kZslAligned:
-            ZLOGD("[%s] only in zsl mode: %#x(%s)", entry.format,
-                  gQueryPixelFormatName(entry.format).c_str());
+            ZLOGD_FN(kStaticInfoFunction, "[%s] only in zsl mode: %#x(%s)", entry.format,
+                     gQueryPixelFormatName(entry.format).c_str());
             setSinglePlane(info, g, alignUp32(g.stride), g.allocSize);
             break;
         case SinglePlaneRule::kPackedYuv: {
@@ -226,14 +229,25 @@ void deriveSinglePlane(const SinglePlaneFormat& entry, const Geometry& g, MyStat
             const size_t stride = info.planes[0].rowStrideInBytes;
             const size_t size = info.planes[0].sizeInBytes;
             if (stride % kRowAlignment != 0) {
-                ZLOGW("[%s] [YCbCr_422_I] rowStrideInBytes:%zu is not a multiple of 32", stride);
+                ZLOGW_FN(kStaticInfoFunction,
+                         "[%s] [YCbCr_422_I] rowStrideInBytes:%zu is not a multiple of 32", stride);
             }
             if (size < stride * kPackedYuvMinRows) {
-                ZLOGW("[%s] [YCbCr_422_I] sizeInBytes:%zu<rowStrideInBytes:%zu*16", size, stride);
+                ZLOGW_FN(kStaticInfoFunction,
+                         "[%s] [YCbCr_422_I] sizeInBytes:%zu<rowStrideInBytes:%zu*16", size,
+                         stride);
             }
             break;
         }
     }
+}
+
+// A compressed slow-motion buffer holds the whole batch in its one plane; the layout describes
+// one frame's share of it. Returns the plane's size before.
+size_t keepOneFrameOfBatch(const Geometry& g, MyStaticInfo& info) {
+    const size_t before = info.planes[0].sizeInBytes;
+    info.planes[0].sizeInBytes = g.allocSize / g.batch;
+    return before;
 }
 
 // YCrCb_420_SP: luma, then interleaved chroma from cr on; the planes come from one CPU lock.
@@ -255,11 +269,13 @@ void deriveSemiPlanar420(const Geometry& g, MyStaticInfo& info) {
         const size_t before = info.planes[1].sizeInBytes;
         info.planes[1].sizeInBytes =
                 layout::toSize(layout::smvrSemiPlanarFrameSize(g.width, g.height)) - luma;
-        ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%lx), "
-              "plane-crcb(rsb=%zu, sib-ori=%lx, sib-adjusted=%lx), extra.allocSize=%zu",
-              info.producerUsage, g.width, g.height, ycbcr.ystride,
-              static_cast<unsigned long>(luma), ycbcr.cstride, static_cast<unsigned long>(before),
-              static_cast<unsigned long>(info.planes[1].sizeInBytes), g.allocSize);
+        ZLOGD_FN(kStaticInfoFunction,
+                 "[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%lx), "
+                 "plane-crcb(rsb=%zu, sib-ori=%lx, sib-adjusted=%lx), extra.allocSize=%zu",
+                 info.producerUsage, g.width, g.height, ycbcr.ystride,
+                 static_cast<unsigned long>(luma), ycbcr.cstride,
+                 static_cast<unsigned long>(before),
+                 static_cast<unsigned long>(info.planes[1].sizeInBytes), g.allocSize);
     }
 }
 
@@ -269,13 +285,13 @@ void deriveP010(const Geometry& g, MyStaticInfo& info) {
     if (g.afbc) {
         setSinglePlane(info, g, rowBytes, g.allocSize);
         if (g.usage & kUsageSmvr) {
-            const size_t before = info.planes[0].sizeInBytes;
-            info.planes[0].sizeInBytes = g.allocSize / g.batch;
-            ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
-                  "sib-adjusted=%lu), extra.allocSize=%zu, batch=%d",
-                  info.producerUsage, g.width, g.height, before,
-                  static_cast<unsigned long>(info.planes[0].sizeInBytes), g.allocSize,
-                  static_cast<int>(info.batchNum));
+            const size_t before = keepOneFrameOfBatch(g, info);
+            ZLOGD_FN(kStaticInfoFunction,
+                     "[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
+                     "sib-adjusted=%lu), extra.allocSize=%zu, batch=%d",
+                     info.producerUsage, g.width, g.height, before,
+                     static_cast<unsigned long>(info.planes[0].sizeInBytes), g.allocSize,
+                     static_cast<int>(info.batchNum));
         }
         return;
     }
@@ -292,12 +308,12 @@ void deriveNV12(const Geometry& g, MyStaticInfo& info) {
     if (g.afbc) {
         setSinglePlane(info, g, rowBytes, g.allocSize);
         if (g.usage & kUsageSmvr) {
-            const size_t before = info.planes[0].sizeInBytes;
-            info.planes[0].sizeInBytes = g.allocSize / g.batch;
-            ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
-                  "sib-adjusted=%zu), extra.allocSize=%zu, batch=%d",
-                  info.producerUsage, g.width, g.height, before, info.planes[0].sizeInBytes,
-                  g.allocSize, static_cast<int>(info.batchNum));
+            const size_t before = keepOneFrameOfBatch(g, info);
+            ZLOGD_FN(kStaticInfoFunction,
+                     "[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
+                     "sib-adjusted=%zu), extra.allocSize=%zu, batch=%d",
+                     info.producerUsage, g.width, g.height, before, info.planes[0].sizeInBytes,
+                     g.allocSize, static_cast<int>(info.batchNum));
         }
         return;
     }
@@ -338,12 +354,13 @@ void deriveYV12(const Geometry& g, MyStaticInfo& info) {
     if (g.usage & kUsageSmvr) {
         const size_t before = info.planes[2].sizeInBytes;
         info.planes[2].sizeInBytes = g.allocSize / g.batch - beforeCb;
-        ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%zd), "
-              "plane-cr(rsb=%zu, sid=%zd), plane-cb(rsb=%zu, sib-ori=%zu, "
-              "sib-adjusted=%zu), extra.allocSize=%zu",
-              info.producerUsage, g.width, g.height, ycbcr.ystride, static_cast<ssize_t>(luma),
-              ycbcr.cstride, static_cast<ssize_t>(cr), ycbcr.cstride, before,
-              info.planes[2].sizeInBytes, g.allocSize);
+        ZLOGD_FN(kStaticInfoFunction,
+                 "[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%zd), "
+                 "plane-cr(rsb=%zu, sid=%zd), plane-cb(rsb=%zu, sib-ori=%zu, "
+                 "sib-adjusted=%zu), extra.allocSize=%zu",
+                 info.producerUsage, g.width, g.height, ycbcr.ystride, static_cast<ssize_t>(luma),
+                 ycbcr.cstride, static_cast<ssize_t>(cr), ycbcr.cstride, before,
+                 info.planes[2].sizeInBytes, g.allocSize);
     }
 }
 

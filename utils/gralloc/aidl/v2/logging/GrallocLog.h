@@ -59,34 +59,39 @@ void fatalULogger(const char* tag, const char* fmt, ...) __attribute__((format(p
 
 }  // namespace zcam::logging
 
-#define ZLOG_EMIT_(prio, level, fmt, ...)                                                     \
-    do {                                                                                      \
-        if (::zcam::logging::androidLogOn())                                                  \
-            __android_log_print(prio, LOG_TAG, fmt, __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__); \
-        if (::zcam::logging::uloggerOn())                                                     \
-            ::zcam::logging::writeULogger(LOG_TAG, level, fmt,                                \
-                                          __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);           \
+#define ZLOG_EMIT_(function, prio, level, fmt, ...)                                       \
+    do {                                                                                  \
+        if (::zcam::logging::androidLogOn())                                              \
+            __android_log_print(prio, LOG_TAG, fmt, function __VA_OPT__(, ) __VA_ARGS__); \
+        if (::zcam::logging::uloggerOn())                                                 \
+            ::zcam::logging::writeULogger(LOG_TAG, level, fmt,                            \
+                                          function __VA_OPT__(, ) __VA_ARGS__);           \
     } while (0)
 
-#define ZLOGD(fmt, ...)                                            \
-    do {                                                           \
-        if (__builtin_expect(::zcam::logging::debugEnabled(), 0))  \
-            ZLOG_EMIT_(ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, \
-                       fmt __VA_OPT__(, ) __VA_ARGS__);            \
+// Debug and warning lines in the name of `function` (a helper writing its caller's lines).
+#define ZLOGD_FN(function, fmt, ...)                                         \
+    do {                                                                     \
+        if (__builtin_expect(::zcam::logging::debugEnabled(), 0))            \
+            ZLOG_EMIT_(function, ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);                      \
+    } while (0)
+#define ZLOGW_FN(function, fmt, ...)                                          \
+    do {                                                                      \
+        if (__builtin_expect(::zcam::logging::warningEnabled(), 0))           \
+            ZLOG_EMIT_(function, ANDROID_LOG_WARN, ::zcam::logging::kWarning, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);                       \
     } while (0)
 
-#define ZLOGI(fmt, ...)                                                                           \
-    do {                                                                                          \
-        if (__builtin_expect(::zcam::logging::infoEnabled(), 0))                                  \
-            ZLOG_EMIT_(ANDROID_LOG_INFO, ::zcam::logging::kInfo, fmt __VA_OPT__(, ) __VA_ARGS__); \
+#define ZLOGD(fmt, ...) ZLOGD_FN(__FUNCTION__, fmt __VA_OPT__(, ) __VA_ARGS__)
+
+#define ZLOGI(fmt, ...)                                                        \
+    do {                                                                       \
+        if (__builtin_expect(::zcam::logging::infoEnabled(), 0))               \
+            ZLOG_EMIT_(__FUNCTION__, ANDROID_LOG_INFO, ::zcam::logging::kInfo, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);                        \
     } while (0)
 
-#define ZLOGW(fmt, ...)                                             \
-    do {                                                            \
-        if (__builtin_expect(::zcam::logging::warningEnabled(), 0)) \
-            ZLOG_EMIT_(ANDROID_LOG_WARN, ::zcam::logging::kWarning, \
-                       fmt __VA_OPT__(, ) __VA_ARGS__);             \
-    } while (0)
+#define ZLOGW(fmt, ...) ZLOGW_FN(__FUNCTION__, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 // An error line of `function` reported at source line `line`.
 #define ZLOGE_FN_AT(function, line, fmt, ...)                                                   \
