@@ -242,6 +242,16 @@ void deriveSinglePlane(const SinglePlaneFormat& entry, const Geometry& g, MyStat
     }
 }
 
+// A luma plane and an interleaved chroma plane of half the rows, with one row stride.
+void setLumaAndChroma(MyStaticInfo& info, const Geometry& g, size_t rowBytes, size_t lumaSize,
+                      size_t chromaSize) {
+    info.planes.resize(2);
+    setPlane(info, 0, rowBytes, lumaSize);
+    checkPlaneSize(info, 0, g.rows);
+    setPlane(info, 1, rowBytes, chromaSize);
+    checkPlaneSize(info, 1, g.rows >> 1);
+}
+
 // A compressed slow-motion buffer holds the whole batch in its one plane; the layout describes
 // one frame's share of it. Returns the plane's size before.
 size_t keepOneFrameOfBatch(const Geometry& g, MyStaticInfo& info) {
@@ -295,11 +305,8 @@ void deriveP010(const Geometry& g, MyStaticInfo& info) {
         }
         return;
     }
-    info.planes.resize(2);
-    setPlane(info, 0, rowBytes, layout::product64(g.stride32, g.height32) * 2);
-    checkPlaneSize(info, 0, g.rows);
-    setPlane(info, 1, rowBytes, layout::p010ChromaSize(g.stride32, g.height32));
-    checkPlaneSize(info, 1, g.rows >> 1);
+    setLumaAndChroma(info, g, rowBytes, layout::product64(g.stride32, g.height32) * 2,
+                     layout::p010ChromaSize(g.stride32, g.height32));
 }
 
 // NV12: luma then interleaved chroma, from the signed stride and height.
@@ -317,11 +324,8 @@ void deriveNV12(const Geometry& g, MyStaticInfo& info) {
         }
         return;
     }
-    info.planes.resize(2);
-    setPlane(info, 0, rowBytes, layout::product64(g.stride32, g.height32));
-    checkPlaneSize(info, 0, g.rows);
-    setPlane(info, 1, rowBytes, layout::nv12ChromaSize(g.stride32, g.height32));
-    checkPlaneSize(info, 1, g.rows >> 1);
+    setLumaAndChroma(info, g, rowBytes, layout::product64(g.stride32, g.height32),
+                     layout::nv12ChromaSize(g.stride32, g.height32));
 }
 
 // YV12: planes Y, Cr, Cb as they lie in memory.
