@@ -60,9 +60,10 @@ TEST(NamesTest, UsageBits) {
     const int kComposer = bits(BufferUsage::COMPOSER_OVERLAY);
     const int kImageEncoder = bits(BufferUsage::HW_IMAGE_ENCODER);
     const int kSmvr = zcam::kUsageSmvr;
-    // Every hardware bit that has a piece, the legacy 2D bit (0x400) included.
-    const int kAllHardware = kTexture | bits(BufferUsage::GPU_RENDER_TARGET) | 0x400 | kComposer |
-                             bits(BufferUsage::COMPOSER_CLIENT_TARGET) |
+    const int kLegacyHw2d = 0x400;  // legacy gralloc's 2D-engine bit; BufferUsage leaves it unnamed
+    // Every hardware bit that has a piece.
+    const int kAllHardware = kTexture | bits(BufferUsage::GPU_RENDER_TARGET) | kLegacyHw2d |
+                             kComposer | bits(BufferUsage::COMPOSER_CLIENT_TARGET) |
                              bits(BufferUsage::VIDEO_ENCODER);
     const std::pair<int, const char*> cases[] = {
             {0, "0"},
