@@ -14,6 +14,7 @@
 #include "kit/Codes.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
+#include "logging/GrallocLog.h"
 
 namespace {
 
@@ -263,7 +264,9 @@ TEST(PlaneCheckTest, ComparesSizeWithStrideTimesRows) {
     EXPECT_TRUE(checkPlaneSize(info, 0, 10));
     EXPECT_TRUE(log.android().empty());
 
-    LogCapture quiet(3, 1, 0);  // warnings off: the comparison is made all the same
+    // Errors only, warnings off: the comparison is made all the same.
+    LogCapture quiet(zcam::logging::kModeAndroidLog | zcam::logging::kModeULogger,
+                     zcam::logging::kError, 0);
     EXPECT_FALSE(checkPlaneSize(info, 0, 11));
     EXPECT_TRUE(quiet.android().empty());
 }
