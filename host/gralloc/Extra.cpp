@@ -23,10 +23,19 @@ void put(void* out, int64_t value) {
     memcpy(out, &v, sizeof(v));
 }
 
-// Runs `f` on the buffer's shared metadata; false when the handle is not ours.
+// Runs `f` on the buffer's shared metadata; false when the handle is not ours. An imported
+// handle lends its mapping; a raw one is mapped for the call.
 template <typename F>
 bool withMetadata(buffer_handle_t handle, F&& f) {
     if (!decodeHandle(handle)) return false;
+    const bool imported = withImported(handle, [&](Imported* b) {
+        if (b == nullptr) return false;
+        b->metadata->lock();
+        f(*b->metadata);
+        b->metadata->unlock();
+        return true;
+    });
+    if (imported) return true;
     SharedMetadata* m = mapMetadata(metadataFd(handle));
     if (m == nullptr) return false;
     m->lock();
@@ -46,21 +55,37 @@ bool isSimPixelFd(int fd) {
     return strncmp(target, "/memfd:zyncam-gralloc ", 22) == 0;
 }
 
-}  // namespace
-}  // namespace zyncam::sim
+// Records an extension call in the journal.
+int journaled(Call call, buffer_handle_t handle, int64_t attribute, int result, size_t bytes) {
+    if (journalOn()) {
+        JournalEntry e{call};
+        e.handle = handle;
+        e.attribute = attribute;
+        e.result = result;
+        e.bytesWritten = bytes;
+        journalAppend(e);
+    }
+    return result;
+}
 
-using namespace zyncam::sim;
+// What a query of `attribute` writes: the SF-info record, a 64-bit size or id, or 32 bits.
+size_t answerSize(int attribute) {
+    switch (attribute) {
+        case GRALLOC_EXTRA_GET_SF_INFO:
+            return sizeof(GrallocExtraSfInfo);
+        case GRALLOC_EXTRA_GET_ALLOC_SIZE:
+        case GRALLOC_EXTRA_GET_ID:
+            return sizeof(uint64_t);
+        default:
+            return sizeof(uint32_t);
+    }
+}
 
-extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute,
-                                   void* out) {
+int query(buffer_handle_t handle, int attribute, void* out) {
     auto [failure, override] = withControl([&](Control& c) {
         ++c.counters.extraQueries;
-        auto f = c.faults.extraFailures.find(attribute);
-        auto o = c.faults.extraOverrides.find(attribute);
-        return std::pair{f == c.faults.extraFailures.end() ? std::optional<int32_t>()
-                                                           : std::optional(f->second),
-                         o == c.faults.extraOverrides.end() ? std::optional<int64_t>()
-                                                            : std::optional(o->second)};
+        return std::pair{lookup(c.faults.extraFailures, attribute),
+                         lookup(c.faults.extraOverrides, attribute)};
     });
     if (failure) return *failure;
     std::optional<BufferDesc> d = decodeHandle(handle);
@@ -111,7 +136,7 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
             return -EINVAL;
     }
     if (override) value = *override;
-    if (attribute == GRALLOC_EXTRA_GET_ALLOC_SIZE || attribute == GRALLOC_EXTRA_GET_ID) {
+    if (answerSize(attribute) == sizeof(uint64_t)) {
         put<uint64_t>(out, value);
     } else {
         put<uint32_t>(out, value);
@@ -119,9 +144,12 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
     return 0;
 }
 
-extern "C" int gralloc_extra_perform(buffer_handle_t handle,
-                                     GRALLOC_EXTRA_ATTRIBUTE_PERFORM attribute, void* in) {
-    withControl([](Control& c) { ++c.counters.extraPerforms; });
+int perform(buffer_handle_t handle, int attribute, void* in) {
+    const std::optional<int32_t> fault = withControl([&](Control& c) {
+        ++c.counters.extraPerforms;
+        return lookup(c.faults.performFailures, attribute);
+    });
+    if (fault) return *fault;
     if (in == nullptr) return -EINVAL;
     bool known = true;
     bool ours = withMetadata(handle, [&](SharedMetadata& m) {
@@ -139,17 +167,56 @@ extern "C" int gralloc_extra_perform(buffer_handle_t handle,
     return ours && known ? 0 : -EINVAL;
 }
 
+}  // namespace
+}  // namespace zyncam::sim
+
+using namespace zyncam::sim;
+
+extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute,
+                                   void* out) {
+    const int result = query(handle, attribute, out);
+    return journaled(Call::ExtraQuery, handle, attribute, result,
+                     result == 0 ? answerSize(attribute) : 0);
+}
+
+extern "C" int gralloc_extra_perform(buffer_handle_t handle,
+                                     GRALLOC_EXTRA_ATTRIBUTE_PERFORM attribute, void* in) {
+    const int result = perform(handle, attribute, in);
+    const size_t stored =
+            attribute == GRALLOC_EXTRA_SET_SF_INFO ? sizeof(GrallocExtraSfInfo) : sizeof(uint64_t);
+    return journaled(Call::ExtraPerform, handle, attribute, result, result == 0 ? stored : 0);
+}
+
 extern "C" int gralloc_extra_sf_set_status(GrallocExtraSfInfo* sfInfo, int32_t mask,
                                            int32_t value) {
-    if (sfInfo == nullptr) return -EINVAL;
-    const uint32_t m = static_cast<uint32_t>(mask);
-    sfInfo->status = (sfInfo->status & ~m) | (static_cast<uint32_t>(value) & m);
-    return 0;
+    const std::optional<int32_t> fault =
+            withControl([](Control& c) { return c.faults.sfSetStatus; });
+    int result = -EINVAL;
+    if (fault) {
+        result = *fault;
+    } else if (sfInfo != nullptr) {
+        const uint32_t m = static_cast<uint32_t>(mask);
+        sfInfo->status = (sfInfo->status & ~m) | (static_cast<uint32_t>(value) & m);
+        result = 0;
+    }
+    return journaled(Call::ExtraSfSetStatus, nullptr, mask, result,
+                     result == 0 ? sizeof(sfInfo->status) : 0);
 }
 
 extern "C" int gralloc_extra_get_platform_format(int format, uint64_t usage) {
-    std::optional<BufferDesc> d = resolve(64, 64, format, usage, 1);
-    return d ? d->format : format;
+    std::optional<int32_t> answer = withControl([](Control& c) { return c.faults.platformFormat; });
+    if (!answer) {
+        std::optional<BufferDesc> d = resolve(64, 64, format, usage, 1);
+        answer = d ? d->format : format;
+    }
+    if (journalOn()) {
+        JournalEntry e{Call::ExtraPlatformFormat};
+        e.attribute = format;
+        e.usage = usage;
+        e.result = *answer;
+        journalAppend(e);
+    }
+    return *answer;
 }
 
 // Naming a dma-buf: the simulated buffers are memfds, which have no dma-buf name, so the request
@@ -161,8 +228,15 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
     va_end(ap);
     if (request == kDmaBufSetName && isSimPixelFd(fd)) {
         const char* name = static_cast<const char*>(arg);
-        withControl([&](Control& c) { c.dmaBufNames.emplace_back(name ? name : ""); });
-        return 0;
+        const int error = withControl([&](Control& c) {
+            if (c.faults.dmaBufNameErrno != 0) return c.faults.dmaBufNameErrno;
+            if (c.dmaBufNames.size() == kDmaBufNameHistoryLimit) c.dmaBufNames.pop_front();
+            c.dmaBufNames.emplace_back(name ? name : "");
+            return 0;
+        });
+        if (error == 0) return 0;
+        errno = error;
+        return -1;
     }
     using Ioctl = int (*)(int, unsigned long, ...);
     static Ioctl next = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));

@@ -8,9 +8,10 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <mutex>
-#include <unordered_map>
+#include <tuple>
 
 #include "SimBuffer.h"
 #include "SimControl.h"
@@ -22,43 +23,32 @@ namespace common = aidl::android::hardware::graphics::common;
 using android::hardware::graphics::mapper::StandardMetadata;
 using common::StandardMetadataType;
 
-struct Imported {
-    BufferDesc desc;
-    SharedMetadata* metadata = nullptr;
-    void* base = nullptr;  // mapped on first lock, until free
-    int lockCount = 0;
-};
-
-struct Registry {
-    std::mutex lock;
-    std::unordered_map<buffer_handle_t, Imported> buffers;
-};
-
-Registry& registry() {
-    static auto* r = new Registry;
-    return *r;
+// A journal entry of a call on `buffer`.
+JournalEntry entry(Call call, buffer_handle_t buffer, int32_t result) {
+    JournalEntry e{call};
+    e.handle = buffer;
+    e.result = result;
+    return e;
 }
 
-template <typename F>
-auto withBuffer(buffer_handle_t buffer, F&& f) -> decltype(f(std::declval<Imported*>())) {
-    Registry& r = registry();
-    std::lock_guard<std::mutex> guard(r.lock);
-    auto it = r.buffers.find(buffer);
-    return f(it == r.buffers.end() ? nullptr : &it->second);
-}
-
-AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
-    if (handle == nullptr || outBufferHandle == nullptr || !decodeHandle(handle)) {
-        return AIMAPPER_ERROR_BAD_BUFFER;
-    }
+AIMapper_Error importOne(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
+    if (handle == nullptr || outBufferHandle == nullptr) return AIMAPPER_ERROR_BAD_BUFFER;
+    std::optional<BufferDesc> desc = decodeHandle(handle);
+    if (!desc) return AIMAPPER_ERROR_BAD_BUFFER;
     bool fail = withControl([](Control& c) {
         return c.faults.importCountdown > 0 && --c.faults.importCountdown == 0;
     });
     if (fail) return AIMAPPER_ERROR_BAD_BUFFER;
+    // Descriptors that are gone, or pixel memory smaller than the handle claims, make no buffer.
+    std::optional<MemoryId> pixels = memoryOf(pixelFd(handle), desc->allocSize);
+    if (!pixels) return AIMAPPER_ERROR_BAD_BUFFER;
     native_handle_t* clone = native_handle_clone(handle);
-    if (clone == nullptr) return AIMAPPER_ERROR_NO_RESOURCES;
+    if (clone == nullptr) {
+        return errno == EBADF ? AIMAPPER_ERROR_BAD_BUFFER : AIMAPPER_ERROR_NO_RESOURCES;
+    }
     Imported imported;
-    imported.desc = *decodeHandle(clone);
+    imported.desc = *desc;
+    imported.pixels = *pixels;
     imported.metadata = mapMetadata(metadataFd(clone));
     if (imported.metadata == nullptr) {
         native_handle_close(clone);
@@ -78,13 +68,21 @@ AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outB
     return AIMAPPER_ERROR_NONE;
 }
 
-AIMapper_Error freeBuffer(buffer_handle_t buffer) {
+AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
+    const AIMapper_Error e = importOne(handle, outBufferHandle);
+    if (journalOn()) journalAppend(entry(Call::Import, handle, e));
+    return e;
+}
+
+AIMapper_Error freeOne(buffer_handle_t buffer) {
+    const int32_t fault = withControl([](Control& c) { return c.faults.free; });
     Imported imported;
     {
         Registry& r = registry();
         std::lock_guard<std::mutex> guard(r.lock);
         auto it = r.buffers.find(buffer);
         if (it == r.buffers.end()) return AIMAPPER_ERROR_BAD_BUFFER;
+        if (fault != 0) return static_cast<AIMapper_Error>(fault);  // the buffer stays
         imported = it->second;
         r.buffers.erase(it);
     }
@@ -99,8 +97,14 @@ AIMapper_Error freeBuffer(buffer_handle_t buffer) {
     return AIMAPPER_ERROR_NONE;
 }
 
+AIMapper_Error freeBuffer(buffer_handle_t buffer) {
+    const AIMapper_Error e = freeOne(buffer);
+    if (journalOn()) journalAppend(entry(Call::Free, buffer, e));
+    return e;
+}
+
 AIMapper_Error getTransportSize(buffer_handle_t buffer, uint32_t* outNumFds, uint32_t* outNumInts) {
-    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+    if (!withImported(buffer, [](Imported* b) { return b != nullptr; })) {
         return AIMAPPER_ERROR_BAD_BUFFER;
     }
     *outNumFds = kFdCount;
@@ -108,16 +112,32 @@ AIMapper_Error getTransportSize(buffer_handle_t buffer, uint32_t* outNumFds, uin
     return AIMAPPER_ERROR_NONE;
 }
 
+// Usage bits a CPU lock may ask for: the read and write nibbles.
+constexpr uint64_t kCpuUsageMask = 0xFF;
+
 bool validRegion(const ARect& r, const BufferDesc& d) {
     if (r.left == 0 && r.top == 0 && r.right == 0 && r.bottom == 0) return true;
     return r.left >= 0 && r.top >= 0 && r.right > r.left && r.bottom > r.top &&
            r.right <= d.width && r.bottom <= d.height;
 }
 
-AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int acquireFence,
-                    void** outData) {
-    auto [fault, closesFence] = withControl([](Control& c) {
-        return std::pair{c.faults.lock, c.faults.lockClosesAcquireFence};
+// Maps the pixels of `b`, as a real mapper would, failing with a code rather than handing out
+// memory that is not the buffer's.
+AIMapper_Error mapPixels(buffer_handle_t buffer, Imported& b, bool mappingFails) {
+    std::optional<MemoryId> memory = memoryOf(pixelFd(buffer), b.desc.allocSize);
+    if (!memory || *memory != b.pixels) return AIMAPPER_ERROR_BAD_BUFFER;  // descriptor gone
+    if (mappingFails || b.desc.allocSize > SIZE_MAX) return AIMAPPER_ERROR_NO_RESOURCES;
+    void* p = mmap(nullptr, static_cast<size_t>(b.desc.allocSize), PROT_READ | PROT_WRITE,
+                   MAP_SHARED, pixelFd(buffer), 0);
+    if (p == MAP_FAILED) return AIMAPPER_ERROR_NO_RESOURCES;
+    b.base = p;
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error lockOne(buffer_handle_t buffer, uint64_t cpuUsage, const ARect& region,
+                       int acquireFence, void** outData) {
+    auto [fault, mappingFails, closesFence] = withControl([](Control& c) {
+        return std::tuple{c.faults.lock, c.faults.lockMapping, c.faults.lockClosesAcquireFence};
     });
     // The fence is ours whatever happens: wait for the producer, then close it.
     if (acquireFence >= 0) {
@@ -129,21 +149,34 @@ AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int
     auto it = r.buffers.find(buffer);
     if (it == r.buffers.end()) return AIMAPPER_ERROR_BAD_BUFFER;
     Imported& b = it->second;
-    if (cpuUsage == 0 || (cpuUsage & ~uint64_t{0xFF}) != 0 || !validRegion(region, b.desc) ||
+    // Protected memory is never CPU-accessible.
+    if (cpuUsage == 0 || (cpuUsage & ~kCpuUsageMask) != 0 || !validRegion(region, b.desc) ||
         (b.desc.usage & kUsageProtected) != 0 || outData == nullptr) {
         return AIMAPPER_ERROR_BAD_VALUE;
     }
     if (fault != 0) return static_cast<AIMapper_Error>(fault);
     if (b.base == nullptr) {
-        void* p = mmap(nullptr, b.desc.allocSize, PROT_READ | PROT_WRITE, MAP_SHARED,
-                       pixelFd(buffer), 0);
-        if (p == MAP_FAILED) return AIMAPPER_ERROR_NO_RESOURCES;
-        b.base = p;
+        if (AIMapper_Error e = mapPixels(buffer, b, mappingFails); e != AIMAPPER_ERROR_NONE) {
+            return e;
+        }
     }
     ++b.lockCount;
     *outData = b.base;
     withControl([](Control& c) { ++c.counters.locks; });
     return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int acquireFence,
+                    void** outData) {
+    const AIMapper_Error e = lockOne(buffer, cpuUsage, region, acquireFence, outData);
+    if (journalOn()) {
+        JournalEntry j = entry(Call::Lock, buffer, e);
+        j.usage = cpuUsage;
+        j.region = region;
+        j.fd = acquireFence;
+        journalAppend(j);
+    }
+    return e;
 }
 
 // A fence that signals `ms` milliseconds from now.
@@ -157,7 +190,7 @@ int lateFence(int ms) {
     return fd;
 }
 
-AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
+AIMapper_Error unlockOne(buffer_handle_t buffer, int* releaseFence) {
     *releaseFence = -1;
     auto [fault, lateMs] = withControl([](Control& c) {
         return std::pair{c.faults.unlock, c.faults.lateFenceMs};
@@ -175,8 +208,19 @@ AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
     return AIMAPPER_ERROR_NONE;
 }
 
+AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
+    const AIMapper_Error e = unlockOne(buffer, releaseFence);
+    if (journalOn()) {
+        JournalEntry j = entry(Call::Unlock, buffer, e);
+        j.fd = *releaseFence;
+        journalAppend(j);
+    }
+    return e;
+}
+
 AIMapper_Error checkLocked(buffer_handle_t buffer) {
-    bool locked = withBuffer(buffer, [](Imported* b) { return b != nullptr && b->lockCount > 0; });
+    bool locked =
+            withImported(buffer, [](Imported* b) { return b != nullptr && b->lockCount > 0; });
     return locked ? AIMAPPER_ERROR_NONE : AIMAPPER_ERROR_BAD_BUFFER;
 }
 
@@ -284,19 +328,37 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
     return result;
 }
 
-int32_t getStandardMetadata(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
-    auto answer = withControl([&](Control& c) -> std::optional<int32_t> {
+// Chosen bytes answer like an encoding: their length, copied only when they fit.
+int32_t answerBytes(const std::vector<uint8_t>& bytes, void* dest, size_t size) {
+    if (bytes.size() <= size && !bytes.empty()) memcpy(dest, bytes.data(), bytes.size());
+    return static_cast<int32_t>(bytes.size());
+}
+
+int32_t getOne(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
+    auto [answer, bytes] = withControl([&](Control& c) {
         ++c.counters.metadataGets;
-        auto it = c.faults.metadataAnswers.find(type);
-        if (it == c.faults.metadataAnswers.end()) return std::nullopt;
-        return it->second;
+        return std::pair{lookup(c.faults.metadataAnswers, type),
+                         lookup(c.faults.metadataBytes, type)};
     });
     if (answer) return *answer;
     if (dest == nullptr && size != 0) return -AIMAPPER_ERROR_BAD_VALUE;
-    return withBuffer(buffer, [&](Imported* b) {
+    return withImported(buffer, [&](Imported* b) {
         if (b == nullptr) return static_cast<int32_t>(-AIMAPPER_ERROR_BAD_BUFFER);
+        if (bytes) return answerBytes(*bytes, dest, size);
         return encodeStandard(b->desc, *b->metadata, type, dest, size);
     });
+}
+
+int32_t getStandardMetadata(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
+    const int32_t result = getOne(buffer, type, dest, size);
+    if (journalOn()) {
+        JournalEntry j = entry(Call::GetStandardMetadata, buffer, result);
+        j.attribute = type;
+        const bool written = result > 0 && static_cast<size_t>(result) <= size;
+        j.bytesWritten = written ? static_cast<size_t>(result) : 0;
+        journalAppend(j);
+    }
+    return result;
 }
 
 int32_t getMetadata(buffer_handle_t buffer, AIMapper_MetadataType type, void* dest, size_t size) {
@@ -373,16 +435,30 @@ AIMapper_Error decodeAndStore(SharedMetadata& m, int64_t type, const void* data,
     }
 }
 
-AIMapper_Error setStandardMetadata(buffer_handle_t buffer, int64_t type, const void* data,
-                                   size_t size) {
-    withControl([](Control& c) { ++c.counters.metadataSets; });
-    return withBuffer(buffer, [&](Imported* b) {
+AIMapper_Error setOne(buffer_handle_t buffer, int64_t type, const void* data, size_t size) {
+    const std::optional<int32_t> fault = withControl([&](Control& c) {
+        ++c.counters.metadataSets;
+        return lookup(c.faults.setMetadataFailures, type);
+    });
+    return withImported(buffer, [&](Imported* b) {
         if (b == nullptr) return AIMAPPER_ERROR_BAD_BUFFER;
+        if (fault) return static_cast<AIMapper_Error>(*fault);
         b->metadata->lock();
         AIMapper_Error e = decodeAndStore(*b->metadata, type, data, size);
         b->metadata->unlock();
         return e;
     });
+}
+
+AIMapper_Error setStandardMetadata(buffer_handle_t buffer, int64_t type, const void* data,
+                                   size_t size) {
+    const AIMapper_Error e = setOne(buffer, type, data, size);
+    if (journalOn()) {
+        JournalEntry j = entry(Call::SetStandardMetadata, buffer, e);
+        j.attribute = type;
+        journalAppend(j);
+    }
+    return e;
 }
 
 AIMapper_Error setMetadata(buffer_handle_t buffer, AIMapper_MetadataType type, const void* data,
@@ -452,7 +528,7 @@ void dumpOne(buffer_handle_t buffer, AIMapper_DumpBufferCallback callback, void*
 
 AIMapper_Error dumpBuffer(buffer_handle_t buffer, AIMapper_DumpBufferCallback callback,
                           void* context) {
-    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+    if (!withImported(buffer, [](Imported* b) { return b != nullptr; })) {
         return AIMAPPER_ERROR_BAD_BUFFER;
     }
     dumpOne(buffer, callback, context);
@@ -475,7 +551,7 @@ AIMapper_Error dumpAllBuffers(AIMapper_BeginDumpBufferCallback begin,
 }
 
 AIMapper_Error getReservedRegion(buffer_handle_t buffer, void** outRegion, uint64_t* outSize) {
-    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+    if (!withImported(buffer, [](Imported* b) { return b != nullptr; })) {
         return AIMAPPER_ERROR_BAD_BUFFER;
     }
     *outRegion = nullptr;

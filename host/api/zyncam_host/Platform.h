@@ -36,4 +36,10 @@ ndk::SpAIBinder removeService(const char* instance);
 // Number of open descriptors of this process.
 int openFdCount();
 
+// Receives every sync_wait and close of the process, from any thread, after the call: the
+// descriptor, sync_wait's time-out (0 for close) and the call's result. Null turns it off.
+enum class FdCall { SyncWait, Close };
+using FdObserver = void (*)(FdCall call, int fd, int timeout, int result);
+void setFdObserver(FdObserver observer);
+
 }  // namespace zyncam::host
