@@ -23,28 +23,6 @@ void put(void* out, int64_t value) {
     memcpy(out, &v, sizeof(v));
 }
 
-// Runs `f` on the buffer's shared metadata; false when the handle is not ours. An imported
-// handle lends its mapping; a raw one is mapped for the call.
-template <typename F>
-bool withMetadata(buffer_handle_t handle, F&& f) {
-    if (!decodeHandle(handle)) return false;
-    const bool imported = withImported(handle, [&](Imported* b) {
-        if (b == nullptr) return false;
-        b->metadata->lock();
-        f(*b->metadata);
-        b->metadata->unlock();
-        return true;
-    });
-    if (imported) return true;
-    SharedMetadata* m = mapMetadata(metadataFd(handle));
-    if (m == nullptr) return false;
-    m->lock();
-    f(*m);
-    m->unlock();
-    unmapMetadata(m);
-    return true;
-}
-
 // The memfd names of this gralloc's pixel memory.
 bool isSimPixelFd(int fd) {
     char link[64], target[256];
@@ -127,7 +105,7 @@ int query(buffer_handle_t handle, int attribute, void* out) {
             break;
         case GRALLOC_EXTRA_GET_SF_INFO: {
             GrallocExtraSfInfo info{};
-            if (!withMetadata(handle, [&](SharedMetadata& m) { info = m.sfInfo; })) return -EINVAL;
+            if (!readSfInfo(metadataFd(handle), &info)) return -EINVAL;
             if (override) info.status = static_cast<uint32_t>(*override);
             memcpy(out, &info, sizeof(info));
             return 0;
@@ -151,20 +129,21 @@ int perform(buffer_handle_t handle, int attribute, void* in) {
     });
     if (fault) return *fault;
     if (in == nullptr) return -EINVAL;
-    bool known = true;
-    bool ours = withMetadata(handle, [&](SharedMetadata& m) {
-        switch (attribute) {
-            case GRALLOC_EXTRA_SET_SF_INFO:
-                memcpy(&m.sfInfo, in, sizeof(m.sfInfo));
-                break;
-            case GRALLOC_EXTRA_SET_SOF_TIME:
-                memcpy(&m.sofTime, in, sizeof(m.sofTime));
-                break;
-            default:
-                known = false;
+    if (!decodeHandle(handle)) return -EINVAL;
+    switch (attribute) {
+        case GRALLOC_EXTRA_SET_SF_INFO: {
+            GrallocExtraSfInfo info;
+            memcpy(&info, in, sizeof(info));
+            return writeSfInfo(metadataFd(handle), info) ? 0 : -EINVAL;
         }
-    });
-    return ours && known ? 0 : -EINVAL;
+        case GRALLOC_EXTRA_SET_SOF_TIME: {
+            uint64_t time;
+            memcpy(&time, in, sizeof(time));
+            return writeSofTime(metadataFd(handle), time) ? 0 : -EINVAL;
+        }
+        default:
+            return -EINVAL;
+    }
 }
 
 }  // namespace

@@ -49,8 +49,7 @@ AIMapper_Error importOne(const native_handle_t* handle, buffer_handle_t* outBuff
     Imported imported;
     imported.desc = *desc;
     imported.pixels = *pixels;
-    imported.metadata = mapMetadata(metadataFd(clone));
-    if (imported.metadata == nullptr) {
+    if (!isMetadata(metadataFd(clone))) {
         native_handle_close(clone);
         native_handle_delete(clone);
         return AIMAPPER_ERROR_BAD_BUFFER;
@@ -234,10 +233,33 @@ std::optional<std::vector<uint8_t>> blob(const DynamicBlob& b) {
     return std::vector<uint8_t>(b.bytes, b.bytes + b.length);
 }
 
-int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, void* dest,
+// Standard metadata kept in the buffer's shared memory; the rest follows from its handle.
+bool isStored(int64_t type) {
+    using T = StandardMetadataType;
+    switch (static_cast<T>(type)) {
+        case T::DATASPACE:
+        case T::BLEND_MODE:
+        case T::SMPTE2086:
+        case T::CTA861_3:
+        case T::SMPTE2094_40:
+        case T::SMPTE2094_10:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// The buffer's stored metadata, mapped when it is first needed: buffers whose metadata is
+// never touched (probe buffers) cost no mapping. Called under the registry's lock.
+SharedMetadata* storedMetadata(buffer_handle_t buffer, Imported& b) {
+    if (b.metadata == nullptr) b.metadata = mapMetadata(metadataFd(buffer));
+    return b.metadata;
+}
+
+// `m` is the buffer's stored metadata, present when the type is kept there.
+int32_t encodeStandard(const BufferDesc& d, const SharedMetadata* m, int64_t type, void* dest,
                        size_t size) {
     using T = StandardMetadataType;
-    m.lock();
     int32_t result = -AIMAPPER_ERROR_UNSUPPORTED;
     switch (static_cast<T>(type)) {
         case T::BUFFER_ID:
@@ -291,32 +313,32 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
             break;
         }
         case T::DATASPACE:
-            result = encode<T::DATASPACE>(common::Dataspace(m.dataspace), dest, size);
+            result = encode<T::DATASPACE>(common::Dataspace(m->dataspace), dest, size);
             break;
         case T::BLEND_MODE:
-            result = encode<T::BLEND_MODE>(common::BlendMode(m.blendMode), dest, size);
+            result = encode<T::BLEND_MODE>(common::BlendMode(m->blendMode), dest, size);
             break;
         case T::SMPTE2086: {
             std::optional<common::Smpte2086> v;
-            if (m.smpte2086Set) {
-                static_assert(sizeof(common::Smpte2086) == sizeof(m.smpte2086));
+            if (m->smpte2086Set) {
+                static_assert(sizeof(common::Smpte2086) == sizeof(m->smpte2086));
                 v.emplace();
-                memcpy(&*v, m.smpte2086, sizeof(m.smpte2086));
+                memcpy(&*v, m->smpte2086, sizeof(m->smpte2086));
             }
             result = encode<T::SMPTE2086>(v, dest, size);
             break;
         }
         case T::CTA861_3: {
             std::optional<common::Cta861_3> v;
-            if (m.cta861_3Set) v = common::Cta861_3{m.cta861_3[0], m.cta861_3[1]};
+            if (m->cta861_3Set) v = common::Cta861_3{m->cta861_3[0], m->cta861_3[1]};
             result = encode<T::CTA861_3>(v, dest, size);
             break;
         }
         case T::SMPTE2094_40:
-            result = encode<T::SMPTE2094_40>(blob(m.smpte2094_40), dest, size);
+            result = encode<T::SMPTE2094_40>(blob(m->smpte2094_40), dest, size);
             break;
         case T::SMPTE2094_10:
-            result = encode<T::SMPTE2094_10>(blob(m.smpte2094_10), dest, size);
+            result = encode<T::SMPTE2094_10>(blob(m->smpte2094_10), dest, size);
             break;
         case T::STRIDE:
             result = encode<T::STRIDE>(static_cast<uint32_t>(d.stride), dest, size);
@@ -324,7 +346,6 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
         default:
             break;
     }
-    m.unlock();
     return result;
 }
 
@@ -345,7 +366,13 @@ int32_t getOne(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
     return withImported(buffer, [&](Imported* b) {
         if (b == nullptr) return static_cast<int32_t>(-AIMAPPER_ERROR_BAD_BUFFER);
         if (bytes) return answerBytes(*bytes, dest, size);
-        return encodeStandard(b->desc, *b->metadata, type, dest, size);
+        SharedMetadata* m = isStored(type) ? storedMetadata(buffer, *b) : nullptr;
+        if (isStored(type) && m == nullptr)
+            return static_cast<int32_t>(-AIMAPPER_ERROR_NO_RESOURCES);
+        if (m != nullptr) m->lock();
+        const int32_t result = encodeStandard(b->desc, m, type, dest, size);
+        if (m != nullptr) m->unlock();
+        return result;
     });
 }
 
@@ -382,7 +409,7 @@ AIMapper_Error storeBlob(DynamicBlob& b, const std::optional<std::vector<uint8_t
     return AIMAPPER_ERROR_NONE;
 }
 
-AIMapper_Error decodeAndStore(SharedMetadata& m, int64_t type, const void* data, size_t size) {
+AIMapper_Error decodeAndStore(SharedMetadata* m, int64_t type, const void* data, size_t size) {
     using T = StandardMetadataType;
     switch (static_cast<T>(type)) {
         case T::BUFFER_ID:
@@ -396,39 +423,39 @@ AIMapper_Error decodeAndStore(SharedMetadata& m, int64_t type, const void* data,
         case T::DATASPACE: {
             auto v = decode<T::DATASPACE>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.dataspace = static_cast<int32_t>(*v);
+            m->dataspace = static_cast<int32_t>(*v);
             return AIMAPPER_ERROR_NONE;
         }
         case T::BLEND_MODE: {
             auto v = decode<T::BLEND_MODE>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.blendMode = static_cast<int32_t>(*v);
+            m->blendMode = static_cast<int32_t>(*v);
             return AIMAPPER_ERROR_NONE;
         }
         case T::SMPTE2086: {
             auto v = decode<T::SMPTE2086>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.smpte2086Set = v->has_value();
-            if (*v) memcpy(m.smpte2086, &**v, sizeof(m.smpte2086));
+            m->smpte2086Set = v->has_value();
+            if (*v) memcpy(m->smpte2086, &**v, sizeof(m->smpte2086));
             return AIMAPPER_ERROR_NONE;
         }
         case T::CTA861_3: {
             auto v = decode<T::CTA861_3>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.cta861_3Set = v->has_value();
+            m->cta861_3Set = v->has_value();
             if (*v) {
-                m.cta861_3[0] = (*v)->maxContentLightLevel;
-                m.cta861_3[1] = (*v)->maxFrameAverageLightLevel;
+                m->cta861_3[0] = (*v)->maxContentLightLevel;
+                m->cta861_3[1] = (*v)->maxFrameAverageLightLevel;
             }
             return AIMAPPER_ERROR_NONE;
         }
         case T::SMPTE2094_40: {
             auto v = decode<T::SMPTE2094_40>(data, size);
-            return v ? storeBlob(m.smpte2094_40, *v) : AIMAPPER_ERROR_UNSUPPORTED;
+            return v ? storeBlob(m->smpte2094_40, *v) : AIMAPPER_ERROR_UNSUPPORTED;
         }
         case T::SMPTE2094_10: {
             auto v = decode<T::SMPTE2094_10>(data, size);
-            return v ? storeBlob(m.smpte2094_10, *v) : AIMAPPER_ERROR_UNSUPPORTED;
+            return v ? storeBlob(m->smpte2094_10, *v) : AIMAPPER_ERROR_UNSUPPORTED;
         }
         default:
             return AIMAPPER_ERROR_UNSUPPORTED;
@@ -443,9 +470,11 @@ AIMapper_Error setOne(buffer_handle_t buffer, int64_t type, const void* data, si
     return withImported(buffer, [&](Imported* b) {
         if (b == nullptr) return AIMAPPER_ERROR_BAD_BUFFER;
         if (fault) return static_cast<AIMapper_Error>(*fault);
-        b->metadata->lock();
-        AIMapper_Error e = decodeAndStore(*b->metadata, type, data, size);
-        b->metadata->unlock();
+        SharedMetadata* m = isStored(type) ? storedMetadata(buffer, *b) : nullptr;
+        if (isStored(type) && m == nullptr) return AIMAPPER_ERROR_NO_RESOURCES;
+        if (m != nullptr) m->lock();
+        const AIMapper_Error e = decodeAndStore(m, type, data, size);
+        if (m != nullptr) m->unlock();
         return e;
     });
 }

@@ -47,7 +47,12 @@ uint64_t join(int32_t l, int32_t h) {
 constexpr size_t kMetadataSize = (sizeof(SharedMetadata) + 4095) / 4096 * 4096;
 constexpr int32_t kBlendModeNone = 1;
 
-// Writes one field of a buffer's metadata through its descriptor.
+// Reads or writes one field of a buffer's metadata through its descriptor.
+template <typename T>
+bool readField(int fd, size_t offset, T* value) {
+    return pread(fd, value, sizeof(*value), static_cast<off_t>(offset)) ==
+           static_cast<ssize_t>(sizeof(*value));
+}
 template <typename T>
 bool writeField(int fd, size_t offset, const T& value) {
     return pwrite(fd, &value, sizeof(value), static_cast<off_t>(offset)) ==
@@ -115,6 +120,30 @@ SharedMetadata* mapMetadata(int fd) {
 
 void unmapMetadata(SharedMetadata* metadata) {
     if (metadata != nullptr) munmap(metadata, kMetadataSize);
+}
+
+bool isMetadata(int fd) {
+    int32_t magic = 0;
+    return readField(fd, offsetof(SharedMetadata, magic), &magic) && magic == kMagic;
+}
+
+namespace {
+std::mutex gAttributeLock;
+}  // namespace
+
+bool readSfInfo(int fd, GrallocExtraSfInfo* out) {
+    std::lock_guard<std::mutex> guard(gAttributeLock);
+    return isMetadata(fd) && readField(fd, offsetof(SharedMetadata, sfInfo), out);
+}
+
+bool writeSfInfo(int fd, const GrallocExtraSfInfo& info) {
+    std::lock_guard<std::mutex> guard(gAttributeLock);
+    return isMetadata(fd) && writeField(fd, offsetof(SharedMetadata, sfInfo), info);
+}
+
+bool writeSofTime(int fd, uint64_t time) {
+    std::lock_guard<std::mutex> guard(gAttributeLock);
+    return isMetadata(fd) && writeField(fd, offsetof(SharedMetadata, sofTime), time);
 }
 
 // memfd pages start zeroed, which is every field's initial value but these; writing them through

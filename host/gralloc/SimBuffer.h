@@ -93,6 +93,15 @@ struct SharedMetadata {
 // Maps a buffer's metadata; null when the descriptor is not one of ours.
 SharedMetadata* mapMetadata(int fd);
 void unmapMetadata(SharedMetadata* metadata);
+// Whether `fd` holds metadata of this gralloc.
+bool isMetadata(int fd);
+
+// The extension's attributes, read and written through the descriptor rather than a mapping (an
+// unmapping costs a TLB flush). A process-wide lock orders them within a process; across
+// processes each is a single read or write of the memory.
+bool readSfInfo(int fd, GrallocExtraSfInfo* out);
+bool writeSfInfo(int fd, const GrallocExtraSfInfo& info);
+bool writeSofTime(int fd, uint64_t time);
 
 // Creates the memory of a new buffer without mapping it; false when memory runs out.
 bool createBufferMemory(const BufferDesc& desc, int* outPixelFd, int* outMetadataFd);
@@ -108,8 +117,8 @@ struct MemoryId {
 // The identity of the memory behind `fd` when it holds at least `size` bytes.
 std::optional<MemoryId> memoryOf(int fd, uint64_t size);
 
-// A buffer imported through the mapper: one metadata mapping for its whole life, its pixels
-// mapped on first lock, both until it is freed.
+// A buffer imported through the mapper: its stored metadata mapped when first used, its pixels
+// on first lock, both until it is freed.
 struct Imported {
     BufferDesc desc;
     MemoryId pixels;
