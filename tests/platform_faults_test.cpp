@@ -99,7 +99,8 @@ TEST_F(PlatformFaultsTest, FailedStatusUpdateStillWritesTheRecordBack) {
 
 TEST_F(PlatformFaultsTest, PlatformFormatIsPassedThrough) {
     constexpr int32_t kChosen = 0x7F000123;
-    constexpr unsigned long kUsage = 0x1234'0000'0003ul;
+    // High bits survive where unsigned long has them.
+    constexpr unsigned long kUsage = static_cast<unsigned long>(0x1234'0000'0003ull);
     zyncam::sim::overridePlatformFormat(kChosen);
     Journal journal;
     EXPECT_EQ(mHelper.getGrallocExtraFormat(static_cast<int>(PixelFormat::IMPLEMENTATION_DEFINED),

@@ -356,19 +356,21 @@ int32_t answerBytes(const std::vector<uint8_t>& bytes, void* dest, size_t size) 
 }
 
 int32_t getOne(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
-    auto [answer, bytes] = withControl([&](Control& c) {
+    const auto answers = withControl([&](Control& c) {
         ++c.counters.metadataGets;
         return std::pair{lookup(c.faults.metadataAnswers, type),
                          lookup(c.faults.metadataBytes, type)};
     });
-    if (answer) return *answer;
+    if (answers.first) return *answers.first;
+    const std::optional<std::vector<uint8_t>>& bytes = answers.second;
     if (dest == nullptr && size != 0) return -AIMAPPER_ERROR_BAD_VALUE;
     return withImported(buffer, [&](Imported* b) {
         if (b == nullptr) return static_cast<int32_t>(-AIMAPPER_ERROR_BAD_BUFFER);
         if (bytes) return answerBytes(*bytes, dest, size);
         SharedMetadata* m = isStored(type) ? storedMetadata(buffer, *b) : nullptr;
-        if (isStored(type) && m == nullptr)
+        if (isStored(type) && m == nullptr) {
             return static_cast<int32_t>(-AIMAPPER_ERROR_NO_RESOURCES);
+        }
         if (m != nullptr) m->lock();
         const int32_t result = encodeStandard(b->desc, m, type, dest, size);
         if (m != nullptr) m->unlock();
