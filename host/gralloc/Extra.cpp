@@ -36,10 +36,8 @@ bool isSimPixelFd(int fd) {
 // Records an extension call in the journal.
 int journaled(Call call, buffer_handle_t handle, int64_t attribute, int result, size_t bytes) {
     if (journalOn()) {
-        JournalEntry e{call};
-        e.handle = handle;
+        JournalEntry e = journalEntry(call, handle, result);
         e.attribute = attribute;
-        e.result = result;
         e.bytesWritten = bytes;
         journalAppend(e);
     }
@@ -189,10 +187,9 @@ extern "C" int gralloc_extra_get_platform_format(int format, uint64_t usage) {
         answer = d ? d->format : format;
     }
     if (journalOn()) {
-        JournalEntry e{Call::ExtraPlatformFormat};
+        JournalEntry e = journalEntry(Call::ExtraPlatformFormat, nullptr, *answer);
         e.attribute = format;
         e.usage = usage;
-        e.result = *answer;
         journalAppend(e);
     }
     return *answer;

@@ -23,14 +23,6 @@ namespace common = aidl::android::hardware::graphics::common;
 using android::hardware::graphics::mapper::StandardMetadata;
 using common::StandardMetadataType;
 
-// A journal entry of a call on `buffer`.
-JournalEntry entry(Call call, buffer_handle_t buffer, int32_t result) {
-    JournalEntry e{call};
-    e.handle = buffer;
-    e.result = result;
-    return e;
-}
-
 AIMapper_Error importOne(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
     if (handle == nullptr || outBufferHandle == nullptr) return AIMAPPER_ERROR_BAD_BUFFER;
     std::optional<BufferDesc> desc = decodeHandle(handle);
@@ -69,7 +61,7 @@ AIMapper_Error importOne(const native_handle_t* handle, buffer_handle_t* outBuff
 
 AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
     const AIMapper_Error e = importOne(handle, outBufferHandle);
-    if (journalOn()) journalAppend(entry(Call::Import, handle, e));
+    if (journalOn()) journalAppend(journalEntry(Call::Import, handle, e));
     return e;
 }
 
@@ -98,7 +90,7 @@ AIMapper_Error freeOne(buffer_handle_t buffer) {
 
 AIMapper_Error freeBuffer(buffer_handle_t buffer) {
     const AIMapper_Error e = freeOne(buffer);
-    if (journalOn()) journalAppend(entry(Call::Free, buffer, e));
+    if (journalOn()) journalAppend(journalEntry(Call::Free, buffer, e));
     return e;
 }
 
@@ -169,7 +161,7 @@ AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int
                     void** outData) {
     const AIMapper_Error e = lockOne(buffer, cpuUsage, region, acquireFence, outData);
     if (journalOn()) {
-        JournalEntry j = entry(Call::Lock, buffer, e);
+        JournalEntry j = journalEntry(Call::Lock, buffer, e);
         j.usage = cpuUsage;
         j.region = region;
         j.fd = acquireFence;
@@ -210,7 +202,7 @@ AIMapper_Error unlockOne(buffer_handle_t buffer, int* releaseFence) {
 AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
     const AIMapper_Error e = unlockOne(buffer, releaseFence);
     if (journalOn()) {
-        JournalEntry j = entry(Call::Unlock, buffer, e);
+        JournalEntry j = journalEntry(Call::Unlock, buffer, e);
         j.fd = *releaseFence;
         journalAppend(j);
     }
@@ -381,7 +373,7 @@ int32_t getOne(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
 int32_t getStandardMetadata(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
     const int32_t result = getOne(buffer, type, dest, size);
     if (journalOn()) {
-        JournalEntry j = entry(Call::GetStandardMetadata, buffer, result);
+        JournalEntry j = journalEntry(Call::GetStandardMetadata, buffer, result);
         j.attribute = type;
         const bool written = result > 0 && static_cast<size_t>(result) <= size;
         j.bytesWritten = written ? static_cast<size_t>(result) : 0;
@@ -485,7 +477,7 @@ AIMapper_Error setStandardMetadata(buffer_handle_t buffer, int64_t type, const v
                                    size_t size) {
     const AIMapper_Error e = setOne(buffer, type, data, size);
     if (journalOn()) {
-        JournalEntry j = entry(Call::SetStandardMetadata, buffer, e);
+        JournalEntry j = journalEntry(Call::SetStandardMetadata, buffer, e);
         j.attribute = type;
         journalAppend(j);
     }

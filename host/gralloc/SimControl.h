@@ -69,4 +69,12 @@ inline bool journalOn() {
 }
 void journalAppend(const JournalEntry& entry);
 
+// A journal entry of a call on `buffer` (null for calls that take none).
+inline JournalEntry journalEntry(Call call, const native_handle_t* buffer, int32_t result) {
+    JournalEntry e{call};
+    e.handle = buffer;
+    e.result = result;
+    return e;
+}
+
 }  // namespace zyncam::sim
