@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <string>
 
 #include "GrallocHelper.h"
 #include "kit/GrallocKit.h"
@@ -57,6 +58,8 @@ TEST(SoakTest, ManyQueriesKeepMemoryAndDescriptorsFlat) {
         }
     }
     const long rss = residentBytes();
+    RecordProperty("rssAfterWarmUp", std::to_string(warmRss));
+    RecordProperty("rssAtEnd", std::to_string(rss));
     EXPECT_LE(rss, static_cast<long>(warmRss * (1 + kRssTolerance)))
             << "after warm-up " << warmRss << " bytes, at the end " << rss;
     EXPECT_EQ(zyncam::host::openFdCount(), warmFds);
