@@ -112,11 +112,13 @@ bool validRegion(const ARect& r, const BufferDesc& d) {
            r.right <= d.width && r.bottom <= d.height;
 }
 
-// Maps the pixels of `b`, as a real mapper would, failing with a code rather than handing out
-// memory that is not the buffer's.
+// Maps the pixels of `b` on its first lock. Every lock checks first that the descriptor still
+// names the buffer's memory, whole: a real mapper fails with a code where a mapping of other or
+// shrunk memory would hand out addresses that fault.
 AIMapper_Error mapPixels(buffer_handle_t buffer, Imported& b, bool mappingFails) {
     std::optional<MemoryId> memory = memoryOf(pixelFd(buffer), b.desc.allocSize);
-    if (!memory || *memory != b.pixels) return AIMAPPER_ERROR_BAD_BUFFER;  // descriptor gone
+    if (!memory || *memory != b.pixels) return AIMAPPER_ERROR_BAD_BUFFER;
+    if (b.base != nullptr) return AIMAPPER_ERROR_NONE;
     if (mappingFails || b.desc.allocSize > SIZE_MAX) return AIMAPPER_ERROR_NO_RESOURCES;
     void* p = mmap(nullptr, static_cast<size_t>(b.desc.allocSize), PROT_READ | PROT_WRITE,
                    MAP_SHARED, pixelFd(buffer), 0);
@@ -146,10 +148,8 @@ AIMapper_Error lockOne(buffer_handle_t buffer, uint64_t cpuUsage, const ARect& r
         return AIMAPPER_ERROR_BAD_VALUE;
     }
     if (fault != 0) return static_cast<AIMapper_Error>(fault);
-    if (b.base == nullptr) {
-        if (AIMapper_Error e = mapPixels(buffer, b, mappingFails); e != AIMAPPER_ERROR_NONE) {
-            return e;
-        }
+    if (AIMapper_Error e = mapPixels(buffer, b, mappingFails); e != AIMAPPER_ERROR_NONE) {
+        return e;
     }
     ++b.lockCount;
     *outData = b.base;
