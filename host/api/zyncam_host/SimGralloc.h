@@ -59,6 +59,7 @@ void failSetMetadata(int64_t type, std::optional<int32_t> error);
 // freeBuffer of a valid buffer answers this AIMapper_Error and keeps the buffer (0 turns it off).
 void failFree(int32_t error);
 // lock cannot map the buffer's memory, as when the address space is exhausted (NO_RESOURCES).
+// An import is mapped on its first lock and stays mapped, so only first locks are affected.
 void failLockMapping(bool fail);
 // allocate2 hands back this many buffers fewer than it was asked for (never fewer than none).
 void setAllocateShortfall(int32_t missing);
