@@ -1,11 +1,12 @@
 // The simulated gralloc extension. Attributes come from the buffer's handle and shared
 // metadata, so every importer of a buffer sees the same values.
-#include <dlfcn.h>
-#include <stdarg.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+
+#include <zyncam_host/Platform.h>
 
 #include "SimBuffer.h"
 #include "SimControl.h"
@@ -195,26 +196,29 @@ extern "C" int gralloc_extra_get_platform_format(int format, uint64_t usage) {
     return *answer;
 }
 
+namespace zyncam::sim {
+namespace {
+
 // Naming a dma-buf: the simulated buffers are memfds, which have no dma-buf name, so the request
 // is answered here and recorded; every other ioctl goes to the C library.
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    va_list ap;
-    va_start(ap, request);
-    void* arg = va_arg(ap, void*);
-    va_end(ap);
-    if (request == kDmaBufSetName && isSimPixelFd(fd)) {
-        const char* name = static_cast<const char*>(arg);
-        const int error = withControl([&](Control& c) {
-            if (c.faults.dmaBufNameErrno != 0) return c.faults.dmaBufNameErrno;
-            if (c.dmaBufNames.size() == kDmaBufNameHistoryLimit) c.dmaBufNames.pop_front();
-            c.dmaBufNames.emplace_back(name ? name : "");
-            return 0;
-        });
-        if (error == 0) return 0;
-        errno = error;
-        return -1;
-    }
-    using Ioctl = int (*)(int, unsigned long, ...);
-    static Ioctl next = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
-    return next(fd, request, arg);
+bool nameDmaBuf(int fd, unsigned long request, void* arg, int* result) {
+    if (request != kDmaBufSetName || !isSimPixelFd(fd)) return false;
+    const char* name = static_cast<const char*>(arg);
+    const int error = withControl([&](Control& c) {
+        if (c.faults.dmaBufNameErrno != 0) return c.faults.dmaBufNameErrno;
+        if (c.dmaBufNames.size() == kDmaBufNameHistoryLimit) c.dmaBufNames.pop_front();
+        c.dmaBufNames.emplace_back(name ? name : "");
+        return 0;
+    });
+    *result = error == 0 ? 0 : -1;
+    if (error != 0) errno = error;
+    return true;
 }
+
+// The platform's ioctl sees the naming requests of every program that loads this gralloc.
+struct IoctlRegistration {
+    IoctlRegistration() { host::setIoctlHandler(nameDmaBuf); }
+} gIoctlRegistration;
+
+}  // namespace
+}  // namespace zyncam::sim

@@ -10,6 +10,8 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <poll.h>
+#include <stdarg.h>
+#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -36,6 +38,7 @@ nsecs_t systemTime(int clock) {
 namespace {
 
 std::atomic<zyncam::host::FdObserver> gFdObserver{nullptr};
+std::atomic<zyncam::host::IoctlHandler> gIoctlHandler{nullptr};
 
 // Reports a call to the observer, if any, keeping the call's errno.
 int observed(zyncam::host::FdCall call, int fd, int timeout, int result) {
@@ -75,6 +78,19 @@ int waitFor(int fd, int timeout) {
 
 extern "C" int sync_wait(int fd, int timeout) {
     return observed(zyncam::host::FdCall::SyncWait, fd, timeout, waitFor(fd, timeout));
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list ap;
+    va_start(ap, request);
+    void* arg = va_arg(ap, void*);
+    va_end(ap);
+    int result = 0;
+    zyncam::host::IoctlHandler handler = gIoctlHandler.load(std::memory_order_acquire);
+    if (handler != nullptr && handler(fd, request, arg, &result)) return result;
+    using Ioctl = int (*)(int, unsigned long, ...);
+    static const Ioctl next = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
+    return next(fd, request, arg);
 }
 
 // Closing goes through here so that the closing of fences can be observed; it is the C library's
@@ -172,6 +188,10 @@ uint64_t binderFlushCount() {
 
 void setFdObserver(FdObserver observer) {
     gFdObserver.store(observer, std::memory_order_release);
+}
+
+void setIoctlHandler(IoctlHandler handler) {
+    gIoctlHandler.store(handler, std::memory_order_release);
 }
 
 int openFdCount() {

@@ -42,4 +42,9 @@ enum class FdCall { SyncWait, Close };
 using FdObserver = void (*)(FdCall call, int fd, int timeout, int result);
 void setFdObserver(FdObserver observer);
 
+// Sees every ioctl of the process first: answers it (true, with its result in *result and errno
+// set) or passes it on to the C library (false). The simulated gralloc answers dma-buf naming.
+using IoctlHandler = bool (*)(int fd, unsigned long request, void* arg, int* result);
+void setIoctlHandler(IoctlHandler handler);
+
 }  // namespace zyncam::host
