@@ -1,5 +1,7 @@
 // Standard metadata: the platform's byte encoding, and the mapper adapter's accessors.
+#include <aidl/android/hardware/graphics/allocator/AllocationError.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
+#include <android/binder_enums.h>
 #include <dlfcn.h>
 #include <gralloctypes/Gralloc4.h>
 #include <vndksupport/linker.h>
@@ -7,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 
 #include "kit/GrallocKit.h"
@@ -159,6 +162,52 @@ TEST(MetadataEncodingTest, ToStringShapes) {
               "horizontalSubsampling: 0, verticalSubsampling: 0}]");
     EXPECT_EQ(common::Cta861_3({1000.0f, 400.0f}).toString(),
               "Cta861_3{maxContentLightLevel: 1000.000000, maxFrameAverageLightLevel: 400.000000}");
+}
+
+// The stand-ins must let the platform's own metadata header compile: it walks every AIDL enum
+// through ndk::enum_range, names values with toString, and calls encoders that take their value
+// as the platform's do.
+template <typename Enum>
+void expectEveryEnumeratorNamed() {
+    size_t count = 0;
+    for (Enum value : ndk::enum_range<Enum>()) {
+        const std::string name = toString(value);
+        EXPECT_FALSE(name.empty() || std::isdigit(static_cast<unsigned char>(name[0])) ||
+                     name[0] == '-')
+                << static_cast<int64_t>(value);
+        ++count;
+    }
+    EXPECT_EQ(count, ndk::internal::enum_values<Enum>.size());
+}
+
+TEST(MetadataEncodingTest, StandInsOfferWhatThePlatformHeaderUses) {
+    expectEveryEnumeratorNamed<common::BlendMode>();
+    expectEveryEnumeratorNamed<common::BufferUsage>();
+    expectEveryEnumeratorNamed<common::Dataspace>();
+    expectEveryEnumeratorNamed<common::PixelFormat>();
+    expectEveryEnumeratorNamed<common::PlaneLayoutComponentType>();
+    expectEveryEnumeratorNamed<common::StandardMetadataType>();
+    expectEveryEnumeratorNamed<aidl::android::hardware::graphics::allocator::AllocationError>();
+
+    // Shared values print the first declared name; unknown values print as numbers.
+    EXPECT_EQ(toString(common::BufferUsage::CPU_WRITE_NEVER), "CPU_READ_NEVER");
+    EXPECT_EQ(toString(common::Dataspace::DISPLAY_P3_LINEAR), "DCI_P3_LINEAR");
+    EXPECT_EQ(toString(static_cast<common::PixelFormat>(0x7777)), "30583");
+    EXPECT_EQ(toString(static_cast<common::BufferUsage>(-2)), "-2");
+
+    // Each standard metadata type's value is its index among the enumerators.
+    const auto& types = ndk::internal::enum_values<StandardMetadataType>;
+    for (size_t i = 0; i < types.size(); ++i) EXPECT_EQ(static_cast<size_t>(types[i]), i);
+
+    using Name = StandardMetadata<StandardMetadataType::NAME>::value;
+    using Layouts = StandardMetadata<StandardMetadataType::PLANE_LAYOUTS>::value;
+    using Hdr10Plus = StandardMetadata<StandardMetadataType::SMPTE2094_40>::value;
+    static_assert(std::is_same_v<decltype(&Name::encode),
+                                 int32_t (*)(const std::string_view&, void*, size_t)>);
+    static_assert(std::is_same_v<decltype(&Layouts::encode),
+                                 int32_t (*)(std::vector<common::PlaneLayout>, void*, size_t)>);
+    static_assert(std::is_same_v<decltype(&Hdr10Plus::encode),
+                                 int32_t (*)(std::optional<std::vector<uint8_t>>, void*, size_t)>);
 }
 
 TEST(MetadataEncodingTest, StandardComponentTypeIsAPrefixMatch) {

@@ -1,17 +1,14 @@
 // Host stand-in for the stable C mapper interface (AIMapper, version 5).
 #pragma once
 
-#include <android/rect.h>
-#include <cutils/native_handle.h>
-#include <stddef.h>
+// As the platform's header, this includes only the following: includers provide size_t and
+// max_align_t (<stddef.h>) first, and a gcc build defines the clang nullability qualifiers
+// (_Nonnull, _Nullable, _Null_unspecified) away.
 #include <stdint.h>
 #include <sys/cdefs.h>
 
-#if !defined(__clang__)
-#define _Nonnull
-#define _Nullable
-#define _Null_unspecified
-#endif
+#include <android/rect.h>
+#include <cutils/native_handle.h>
 
 __BEGIN_DECLS
 
