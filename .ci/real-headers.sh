@@ -37,7 +37,8 @@ done
 mkdir -p "$exported/cutils"
 ln -s "$real/cutils/native_handle.h" "$exported/cutils/native_handle.h"
 
-library_includes=(-Iinclude -Iutils/gralloc/aidl/v2 -Iutils/gralloc/aidl/v2/logging)
+# The camera stack's log service interface (ULogger.h) is the project's own header.
+library_includes=(-Iinclude -Iutils/gralloc/aidl/v2 -Iutils/gralloc/aidl/v2/logging -Icamera/include)
 mapfile -t sources < <(find utils -name '*.cpp' | sort)
 mapfile -t public_headers < <(find include -name '*.h' | sort)
 
