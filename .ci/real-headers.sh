@@ -12,8 +12,6 @@ cd "$(dirname "$0")/.."
 real=/usr/include/android
 cxx=${CXX:-g++}
 flags=(-std=c++20 -fsyntax-only -Wall -Wextra -Werror)
-# IMapper.h has no real counterpart here; its clang nullability qualifiers mean nothing to gcc.
-flags+=(-D_Nonnull= -D_Nullable= -D_Null_unspecified=)
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -2,13 +2,19 @@
 #pragma once
 
 // As the platform's header, this includes only the following: includers provide size_t and
-// max_align_t (<stddef.h>) first, and a gcc build defines the clang nullability qualifiers
-// (_Nonnull, _Nullable, _Null_unspecified) away.
+// max_align_t (<stddef.h>) first.
 #include <stdint.h>
 #include <sys/cdefs.h>
 
 #include <android/rect.h>
 #include <cutils/native_handle.h>
+
+// A device builds this with clang; gcc does not know clang's nullability qualifiers.
+#if !defined(__clang__)
+#define _Nonnull
+#define _Nullable
+#define _Null_unspecified
+#endif
 
 __BEGIN_DECLS
 
