@@ -5,6 +5,8 @@
 #define LOG_TAG "ZynCam/GrallocHelperAidlV2"
 #define LOG_FILE "bench/gralloc_benchmarks"
 
+#include <aidl/android/hardware/graphics/common/BufferUsage.h>
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 

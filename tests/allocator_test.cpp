@@ -1,4 +1,6 @@
 // The allocator adapter, the handle conversions and the simulated device profile.
+#include <aidl/android/hardware/common/NativeHandle.h>
+#include <aidl/android/hardware/graphics/allocator/IAllocator.h>
 #include <android/binder_manager.h>
 #include <fcntl.h>
 #include <gralloc_extra.h>

@@ -1,7 +1,10 @@
 // The mapper adapter against the simulated gralloc: loading, buffer calls and YCbCr locks.
+#include <aidl/android/hardware/graphics/allocator/IAllocator.h>
+#include <aidl/android/hardware/graphics/common/PlaneLayout.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
 #include <android/log.h>
 #include <fcntl.h>
+#include <system/graphics.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -307,6 +310,51 @@ TEST(MapperDeathTest, LoadingFailuresAreFatal) {
                 std::string("\\[MapperV5\\] ") + c.message +
                         " \\(MapperV5\\)\\{#[0-9]+:utils/gralloc/aidl/v2/mapper/mapper\\}");
     }
+}
+
+// Offsets a hostile mapper may report: addresses far outside the mapping, or wrapping around.
+// The adapter hands them on unchanged (base + offset, modulo the address space) without
+// forming an out-of-range pointer, which UBSan's pointer-overflow check would report.
+TEST(MapperTest, YCbCrWithHugeOffsetsKeepsTheirDifferences) {
+    testkit::SimFaults faults;
+    Buffer buffer(64, 48, kBLOB, kCpu);
+    using T = PlaneLayoutComponentType;
+    constexpr int64_t kFar = INT64_C(0x7000000000000000);
+    const struct {
+        const char* what;
+        int64_t lumaOffset, chromaOffset;
+    } cases[] = {
+            {"far beyond the mapping", kFar, kFar + 2},
+            {"before the mapping", 0, -kFar},
+            {"largest offsets", INT64_MAX, INT64_MIN},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        zyncam::sim::overridePlaneLayouts(std::vector<PlaneLayout>{
+                plane({comp(T::Y, 0)}, c.lumaOffset, 8, 64),
+                plane({comp(T::CR, 0), comp(T::CB, 8)}, c.chromaOffset, 16, 64)});
+        android_ycbcr ycbcr{};
+        ASSERT_EQ(mapper().lock(buffer.get(), kCpu, kWhole, -1, &ycbcr), AIMAPPER_ERROR_NONE);
+        void* data = nullptr;
+        ASSERT_EQ(mapper().lock(buffer.get(), kCpu, kWhole, -1, &data), AIMAPPER_ERROR_NONE);
+        const auto base = reinterpret_cast<uintptr_t>(data);
+        auto offsetOf = [&](void* address) { return reinterpret_cast<uintptr_t>(address) - base; };
+        EXPECT_EQ(offsetOf(ycbcr.y), static_cast<uintptr_t>(c.lumaOffset));
+        EXPECT_EQ(offsetOf(ycbcr.cr), static_cast<uintptr_t>(c.chromaOffset));
+        EXPECT_EQ(offsetOf(ycbcr.cb), static_cast<uintptr_t>(c.chromaOffset) + 1);
+        mapper().unlock(buffer.get());
+        mapper().unlock(buffer.get());
+    }
+    // A single plane without components takes the same way.
+    zyncam::sim::overridePlaneLayouts(std::vector<PlaneLayout>{plane({}, -kFar, 8, 64)});
+    android_ycbcr ycbcr{};
+    ASSERT_EQ(mapper().lock(buffer.get(), kCpu, kWhole, -1, &ycbcr), AIMAPPER_ERROR_NONE);
+    void* data = nullptr;
+    ASSERT_EQ(mapper().lock(buffer.get(), kCpu, kWhole, -1, &data), AIMAPPER_ERROR_NONE);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(ycbcr.y) - reinterpret_cast<uintptr_t>(data),
+              static_cast<uintptr_t>(-kFar));
+    mapper().unlock(buffer.get());
+    mapper().unlock(buffer.get());
 }
 
 }  // namespace

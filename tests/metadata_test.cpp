@@ -1,15 +1,20 @@
 // Standard metadata: the platform's byte encoding, and the mapper adapter's accessors.
+#include <aidl/android/hardware/graphics/allocator/AllocationError.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
+#include <android/binder_enums.h>
 #include <dlfcn.h>
 #include <gralloctypes/Gralloc4.h>
 #include <vndksupport/linker.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
+#include "mapper/MapperMetadata.h"
 
 namespace {
 
@@ -21,6 +26,7 @@ using NSCam::GrallocMapperAidlV2::GRALLOC_STANDARD_METADATA_SMPTE2086;
 using NSCam::GrallocMapperAidlV2::GRALLOC_STANDARD_METADATA_SMPTE2094_10;
 using NSCam::GrallocMapperAidlV2::GRALLOC_STANDARD_METADATA_SMPTE2094_40;
 using NSCam::GrallocMapperAidlV2::GRALLOC_STANDARD_METADATA_TYPE;
+using NSCam::GrallocMapperAidlV2::MapperMetadata;
 using testkit::Buffer;
 using testkit::mapper;
 
@@ -158,6 +164,52 @@ TEST(MetadataEncodingTest, ToStringShapes) {
               "Cta861_3{maxContentLightLevel: 1000.000000, maxFrameAverageLightLevel: 400.000000}");
 }
 
+// The stand-ins must let the platform's own metadata header compile: it walks every AIDL enum
+// through ndk::enum_range, names values with toString, and calls encoders that take their value
+// as the platform's do.
+template <typename Enum>
+void expectEveryEnumeratorNamed() {
+    size_t count = 0;
+    for (Enum value : ndk::enum_range<Enum>()) {
+        const std::string name = toString(value);
+        EXPECT_FALSE(name.empty() || std::isdigit(static_cast<unsigned char>(name[0])) ||
+                     name[0] == '-')
+                << static_cast<int64_t>(value);
+        ++count;
+    }
+    EXPECT_EQ(count, ndk::internal::enum_values<Enum>.size());
+}
+
+TEST(MetadataEncodingTest, StandInsOfferWhatThePlatformHeaderUses) {
+    expectEveryEnumeratorNamed<common::BlendMode>();
+    expectEveryEnumeratorNamed<common::BufferUsage>();
+    expectEveryEnumeratorNamed<common::Dataspace>();
+    expectEveryEnumeratorNamed<common::PixelFormat>();
+    expectEveryEnumeratorNamed<common::PlaneLayoutComponentType>();
+    expectEveryEnumeratorNamed<common::StandardMetadataType>();
+    expectEveryEnumeratorNamed<aidl::android::hardware::graphics::allocator::AllocationError>();
+
+    // Shared values print the first declared name; unknown values print as numbers.
+    EXPECT_EQ(toString(common::BufferUsage::CPU_WRITE_NEVER), "CPU_READ_NEVER");
+    EXPECT_EQ(toString(common::Dataspace::DISPLAY_P3_LINEAR), "DCI_P3_LINEAR");
+    EXPECT_EQ(toString(static_cast<common::PixelFormat>(0x7777)), "30583");
+    EXPECT_EQ(toString(static_cast<common::BufferUsage>(-2)), "-2");
+
+    // Each standard metadata type's value is its index among the enumerators.
+    const auto& types = ndk::internal::enum_values<StandardMetadataType>;
+    for (size_t i = 0; i < types.size(); ++i) EXPECT_EQ(static_cast<size_t>(types[i]), i);
+
+    using Name = StandardMetadata<StandardMetadataType::NAME>::value;
+    using Layouts = StandardMetadata<StandardMetadataType::PLANE_LAYOUTS>::value;
+    using Hdr10Plus = StandardMetadata<StandardMetadataType::SMPTE2094_40>::value;
+    static_assert(std::is_same_v<decltype(&Name::encode),
+                                 int32_t (*)(const std::string_view&, void*, size_t)>);
+    static_assert(std::is_same_v<decltype(&Layouts::encode),
+                                 int32_t (*)(std::vector<common::PlaneLayout>, void*, size_t)>);
+    static_assert(std::is_same_v<decltype(&Hdr10Plus::encode),
+                                 int32_t (*)(std::optional<std::vector<uint8_t>>, void*, size_t)>);
+}
+
 TEST(MetadataEncodingTest, StandardComponentTypeIsAPrefixMatch) {
     const std::pair<const char*, bool> cases[] = {
             {"android.hardware.graphics.common.PlaneLayoutComponentType", true},
@@ -251,7 +303,8 @@ TEST(MapperMetadataTest, HdrMetadataIsSharedBetweenImports) {
     EXPECT_EQ(mapper().getGrallocMeta(second, GRALLOC_STANDARD_METADATA_SMPTE2094_10, untouched, 4),
               0);
     EXPECT_EQ(untouched[0], 1);
-    auto stored = mapper().getStandardMetadata<StandardMetadataType::SMPTE2094_40>(second);
+    auto stored = MapperMetadata::getStandardMetadata<StandardMetadataType::SMPTE2094_40>(mapper(),
+                                                                                          second);
     ASSERT_TRUE(stored && *stored);
     EXPECT_EQ((*stored)->size(), 224u);
     mapper().freeBuffer(second);
@@ -311,24 +364,29 @@ TEST(MapperMetadataTest, ReadsOfUnusualAnswers) {
     testkit::LogCapture log;
     Buffer buffer(64, 48, 0x11, 0x33);
     std::vector<uint8_t> big(600, 0x42);
-    EXPECT_EQ(mapper().setStandardMetadata<StandardMetadataType::SMPTE2094_40>(buffer.get(), big),
+    EXPECT_EQ(MapperMetadata::setStandardMetadata<StandardMetadataType::SMPTE2094_40>(
+                      mapper(), buffer.get(), big),
               0);
     auto before = zyncam::sim::counters().metadataGets;
-    auto value = mapper().getStandardMetadata<StandardMetadataType::SMPTE2094_40>(buffer.get());
+    auto value = MapperMetadata::getStandardMetadata<StandardMetadataType::SMPTE2094_40>(
+            mapper(), buffer.get());
     EXPECT_EQ(zyncam::sim::counters().metadataGets, before + 2);
     ASSERT_TRUE(value && *value);
     EXPECT_EQ(**value, big);
 
     before = zyncam::sim::counters().metadataGets;
-    EXPECT_TRUE(mapper().getStandardMetadata<StandardMetadataType::CTA861_3>(buffer.get()));
+    EXPECT_TRUE(MapperMetadata::getStandardMetadata<StandardMetadataType::CTA861_3>(mapper(),
+                                                                                    buffer.get()));
     EXPECT_EQ(zyncam::sim::counters().metadataGets, before + 1);
 
     log.clear();
     zyncam::sim::setMetadataAnswer(20, -7);
-    EXPECT_FALSE(mapper().getStandardMetadata<StandardMetadataType::CTA861_3>(buffer.get()));
+    EXPECT_FALSE(MapperMetadata::getStandardMetadata<StandardMetadataType::CTA861_3>(mapper(),
+                                                                                     buffer.get()));
     EXPECT_TRUE(log.android().empty());
     zyncam::sim::setMetadataAnswer(20, -3);
-    EXPECT_FALSE(mapper().getStandardMetadata<StandardMetadataType::CTA861_3>(buffer.get()));
+    EXPECT_FALSE(MapperMetadata::getStandardMetadata<StandardMetadataType::CTA861_3>(mapper(),
+                                                                                     buffer.get()));
     EXPECT_TRUE(
             log.has("[getStandardMetadata] Received something other than UNSUPPORTED from "
                     "valid getStandardMetadata call (getStandardMetadata){#"));
@@ -360,6 +418,40 @@ TEST(MapperMetadataTest, DynamicPayloadDumpFollowsOwnLogLevel) {
                                       &payload, 0),
               0);
     EXPECT_FALSE(log.has("Dynamic:"));  // own level 0
+}
+
+constexpr int32_t kNV21 = static_cast<int32_t>(common::PixelFormat::YCRCB_420_SP);
+constexpr uint64_t kCpuReadWrite = static_cast<uint64_t>(common::BufferUsage::CPU_READ_OFTEN) |
+                                   static_cast<uint64_t>(common::BufferUsage::CPU_WRITE_OFTEN);
+
+// The mapper accepts HDR10+ payloads longer than the extension's 224-byte record; reading one
+// back fills the record and nothing after it.
+TEST(MapperMetadataTest, LongHdr10PlusPayloadStaysInsideTheRecord) {
+    testkit::SimFaults faults;
+    testkit::LogCapture log;
+    Buffer buffer(64, 48, kNV21, kCpuReadWrite);
+    constexpr size_t kRecordSize = 224;
+    constexpr uint8_t kGuardByte = 0xEE;
+    for (size_t payloadSize : {kRecordSize, size_t{300}}) {
+        SCOPED_TRACE(payloadSize);
+        log.clear();
+        std::vector<uint8_t> payload(payloadSize);
+        for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<uint8_t>(i * 7);
+        ASSERT_EQ(mapper().setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40,
+                                          &payload, 0),
+                  AIMAPPER_ERROR_NONE);
+        // The record, then a guard region that must come back untouched.
+        std::vector<uint8_t> memory(kRecordSize + payloadSize, kGuardByte);
+        EXPECT_EQ(mapper().getGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40,
+                                          memory.data(), kRecordSize),
+                  AIMAPPER_ERROR_NONE);
+        EXPECT_TRUE(std::equal(payload.begin(), payload.begin() + kRecordSize, memory.begin()));
+        EXPECT_EQ(std::count(memory.begin() + kRecordSize, memory.end(), kGuardByte),
+                  static_cast<ptrdiff_t>(payloadSize));
+        EXPECT_EQ(log.has("[getGrallocMeta] payload size(300) > struct size of "
+                          "ge_hdr10p_dynamic_metadata_t(224) (getGrallocMeta){#"),
+                  payloadSize > kRecordSize);
+    }
 }
 
 }  // namespace

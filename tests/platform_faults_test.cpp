@@ -1,5 +1,6 @@
 // The library when platform calls fail or answer oddly, observed through the simulator's hooks
 // and call journal; and the acquire fence handed to the mapper.
+#include <aidl/android/hardware/graphics/allocator/IAllocator.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
 #include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <aidl/android/hardware/graphics/common/StandardMetadataType.h>

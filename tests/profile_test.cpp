@@ -1,6 +1,7 @@
 // Device profiles of the simulated gralloc: refusing bad ones, choosing one, the shipped ones,
 // exact answers, and the allocator's limits.
 #include <aidl/android/hardware/graphics/allocator/AllocationError.h>
+#include <aidl/android/hardware/graphics/allocator/IAllocator.h>
 #include <android/hardware/graphics/mapper/utils/IMapperMetadataTypes.h>
 #include <gralloc_extra.h>
 #include <json/reader.h>
@@ -20,6 +21,7 @@
 #include "GrallocHelperInternal.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
+#include "mapper/MapperMetadata.h"
 
 namespace {
 
@@ -98,14 +100,14 @@ ExactAnswer observe(const native_handle* buffer) {
     GrallocExtraSfInfo sf{};
     query(GRALLOC_EXTRA_GET_SF_INFO, &sf);
     a.sfStatus = sf.status;
-    auto layouts =
-            testkit::mapper().getStandardMetadata<common::StandardMetadataType::PLANE_LAYOUTS>(
-                    buffer);
+    auto layouts = NSCam::GrallocMapperAidlV2::MapperMetadata::getStandardMetadata<
+            common::StandardMetadataType::PLANE_LAYOUTS>(testkit::mapper(), buffer);
     if (layouts) {
         using Encoding = android::hardware::graphics::mapper::StandardMetadata<
                 common::StandardMetadataType::PLANE_LAYOUTS>::value;
         std::vector<uint8_t> bytes(Encoding::encode(*layouts, nullptr, 0));
-        Encoding::encode(*layouts, bytes.data(), bytes.size());
+        EXPECT_EQ(Encoding::encode(*layouts, bytes.data(), bytes.size()),
+                  static_cast<int32_t>(bytes.size()));
         a.planeLayouts = bytes;
     }
     return a;
@@ -530,7 +532,8 @@ TEST(ExactAnswerTest, AnExactAnswerWinsOverTheRules) {
     layouts[1].offsetInBytes = 2048 * 1088;
     layouts[1].totalSizeInBytes = 2048 * 544;
     a.planeLayouts->resize(Encoding::encode(layouts, nullptr, 0));
-    Encoding::encode(layouts, a.planeLayouts->data(), a.planeLayouts->size());
+    ASSERT_EQ(Encoding::encode(layouts, a.planeLayouts->data(), a.planeLayouts->size()),
+              static_cast<int32_t>(a.planeLayouts->size()));
 
     Json::Value p = defaultProfile();
     p["exact"].append(zyncam::profile::toJson(a));

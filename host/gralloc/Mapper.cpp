@@ -1,5 +1,7 @@
 // The simulated mapper, AIMapper version 5, built as its own shared object mapper.<suffix>.so.
 // Imported handles own duplicated descriptors; locks map the buffer's memory.
+#include <cstddef>  // IMapper.h uses size_t and max_align_t without including it
+
 #include <android/hardware/graphics/mapper/IMapper.h>
 #include <android/hardware/graphics/mapper/utils/IMapperMetadataTypes.h>
 #include <android/sync.h>

@@ -3,6 +3,10 @@
 
 #include <stdint.h>
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 typedef int64_t nsecs_t;
 
 enum {
@@ -25,3 +29,7 @@ static inline nsecs_t ns2us(nsecs_t v) {
 static inline nsecs_t ns2ms(nsecs_t v) {
     return v / 1000000;
 }
+
+#ifdef __cplusplus
+}
+#endif

@@ -4,9 +4,12 @@
 
 #include "GrallocAllocatorAidlV2.h"
 
+#include <aidl/android/hardware/common/NativeHandle.h>
+#include <aidl/android/hardware/graphics/allocator/IAllocator.h>
 #include <android/binder_manager.h>
 #include <fcntl.h>
 #include <hwbinder/IPCThreadState.h>
+#include <utils/Errors.h>
 
 #include <string>
 
@@ -20,9 +23,9 @@ namespace {
 using aidl::android::hardware::graphics::allocator::AllocationResult;
 using aidl::android::hardware::graphics::common::BufferUsage;
 
-constexpr int32_t kNoResources = AIMAPPER_ERROR_NO_RESOURCES;
-constexpr int32_t kBadBuffer = AIMAPPER_ERROR_BAD_BUFFER;
-constexpr int32_t kNoMemory = -12;
+constexpr uint32_t kSmallestDimension = 1;  // a 0 x h request is sent as 1 x 1
+constexpr uint32_t kSmallestLayerCount = 1;
+constexpr uint32_t kSingleBuffer = 1;
 
 }  // namespace
 
@@ -64,31 +67,31 @@ int32_t AllocatorAidl::allocate(BufferDescriptorInfo descriptor, uint32_t count,
     ndk::ScopedAStatus status =
             mAllocator->allocate2(descriptor, static_cast<int32_t>(count), &result);
     ipcFlushCommands();
-    if (!status.isOk()) return kNoResources;
+    if (!status.isOk()) return AIMAPPER_ERROR_NO_RESOURCES;
 
     uint32_t imported = 0;
-    int32_t error = 0;
+    int32_t error = AIMAPPER_ERROR_NONE;
     for (; imported < count; ++imported) {
         if (imported >= result.buffers.size()) {
-            error = kBadBuffer;
+            error = AIMAPPER_ERROR_BAD_BUFFER;
             break;
         }
         native_handle_t* borrowed = android::makeFromAidl(result.buffers[imported]);
         error = mMapper.importBuffer(borrowed, &outHandles[imported]);
         native_handle_delete(borrowed);
         ipcFlushCommands();
-        if (error != 0) break;
+        if (error != AIMAPPER_ERROR_NONE) break;
     }
-    if (error != 0) {
+    if (error != AIMAPPER_ERROR_NONE) {
         for (uint32_t i = 0; i < imported; ++i) {
             mMapper.freeBuffer(outHandles[i]);
             ipcFlushCommands();
             outHandles[i] = nullptr;
         }
-        return kBadBuffer;
+        return AIMAPPER_ERROR_BAD_BUFFER;
     }
     *outStride = static_cast<uint32_t>(result.stride);
-    return 0;
+    return AIMAPPER_ERROR_NONE;
 }  // `result` closes the descriptors that the service sent
 
 int32_t AllocatorAidl::allocate(uint32_t width, uint32_t height, PixelFormat format,
@@ -96,9 +99,11 @@ int32_t AllocatorAidl::allocate(uint32_t width, uint32_t height, PixelFormat for
                                 const native_handle** outHandle, uint32_t* outStride,
                                 uint64_t /*reservedSize*/, std::string /*name*/) const {
     ZLOGD("[%s] allocate: %dx%d format(%#x) layerCount(%d) usage(%#lx) handle(%p) stride(%p)",
-          width, height, static_cast<int>(format), layerCount, usage, outHandle, outStride);
-    if (width == 0 || height == 0) width = height = 1;
-    if (layerCount == 0) layerCount = 1;
+          static_cast<int>(width), static_cast<int>(height), static_cast<unsigned int>(format),
+          static_cast<int>(layerCount), static_cast<unsigned long>(usage),
+          static_cast<void*>(outHandle), static_cast<void*>(outStride));
+    if (width == 0 || height == 0) width = height = kSmallestDimension;
+    if (layerCount == 0) layerCount = kSmallestLayerCount;
 
     BufferDescriptorInfo descriptor;
     descriptor.width = static_cast<int32_t>(width);
@@ -106,19 +111,20 @@ int32_t AllocatorAidl::allocate(uint32_t width, uint32_t height, PixelFormat for
     descriptor.layerCount = static_cast<int32_t>(layerCount);
     descriptor.format = format;
     descriptor.usage = static_cast<BufferUsage>(usage);
-    const int32_t error = allocate(descriptor, 1, outStride, outHandle);
-    if (error != 0) {
+    const int32_t error = allocate(descriptor, kSingleBuffer, outStride, outHandle);
+    if (error != AIMAPPER_ERROR_NONE) {
         ZLOGE("[%s] Failed to allocate (%u x %u) layerCount %u format %d usage %lx: %d", width,
-              height, layerCount, static_cast<int>(format), usage, error);
-        return kNoMemory;
+              height, layerCount, static_cast<int>(format), static_cast<unsigned long>(usage),
+              error);
+        return android::NO_MEMORY;
     }
-    return 0;
+    return android::NO_ERROR;
 }
 
 int32_t AllocatorAidl::free(const native_handle* buffer) const {
     mMapper.freeBuffer(buffer);
     ipcFlushCommands();
-    return 0;
+    return android::NO_ERROR;
 }
 
 }  // namespace NSCam::GrallocAllocatorAidlV2

@@ -4,19 +4,25 @@
 
 #include "GrallocMapperAidlV2.h"
 
+#include <aidl/android/hardware/graphics/allocator/IAllocator.h>
+#include <aidl/android/hardware/graphics/common/Cta861_3.h>
+#include <aidl/android/hardware/graphics/common/PlaneLayout.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
+#include <aidl/android/hardware/graphics/common/Smpte2086.h>
 #include <android/sync.h>
 #include <cutils/properties.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gralloctypes/Gralloc4.h>
 #include <hwbinder/IPCThreadState.h>
+#include <system/graphics.h>
 #include <unistd.h>
 #include <vndksupport/linker.h>
 
 #include <cstring>
 #include <string>
 
+#include "MapperMetadata.h"
 #include "logging/GrallocLog.h"
 
 namespace NSCam::GrallocMapperAidlV2 {
@@ -26,9 +32,17 @@ namespace {
 namespace common = aidl::android::hardware::graphics::common;
 using android::hardware::graphics::mapper::StandardMetadata;
 using common::PlaneLayoutComponentType;
+using Type = StandardMetadataType;
 
-constexpr size_t kFirstReadSize = 512;
-constexpr int32_t kBadValue = AIMAPPER_ERROR_BAD_VALUE;
+constexpr int32_t kDefaultLogLevel = 0;
+constexpr size_t kFirstReadSize = 512;  // plane layouts and the HDR records fit in one call
+constexpr int kNoFence = -1;
+constexpr int kNotUniform = -1;  // planes differ, or the value is not whole
+constexpr int64_t kBitsPerByte = 8;
+// Samples the YCbCr lock accepts: 8-bit luma; planar or interleaved (CbCr, CrCb) 8-bit chroma.
+constexpr int64_t kLumaSampleBits = 8;
+constexpr int64_t kPlanarChromaBits = 8;
+constexpr int64_t kInterleavedChromaBits = 16;
 
 using LoadIMapper = AIMapper_Error (*)(AIMapper** outImplementation);
 
@@ -45,7 +59,7 @@ int fenceForMapper(int acquireFence) {
 }  // namespace
 
 MapperV5::MapperV5(std::shared_ptr<IAllocator> allocator)
-    : mAllocator(std::move(allocator)), mLogLevel(0) {
+    : mAllocator(std::move(allocator)), mLogLevel(kDefaultLogLevel) {
     std::string suffix;
     if (!mAllocator || !mAllocator->getIMapperLibrarySuffix(&suffix).isOk()) {
         ZLOGF("[%s] getIMapperLibrarySuffix fail");
@@ -59,7 +73,7 @@ MapperV5::MapperV5(std::shared_ptr<IAllocator> allocator)
     (void)load(&loaded);  // only the table matters; a loader may report an error and still fill it
     if (loaded == nullptr) ZLOGF("[%s] AIMapper_loadIMapper fail");
     mMapper = std::make_shared<const AIMapper>(*loaded);
-    mLogLevel = property_get_int32("debug.zyncam.utils.gralloc.loglevel", 0);
+    mLogLevel = property_get_int32("debug.zyncam.utils.gralloc.loglevel", kDefaultLogLevel);
 }
 
 void MapperV5::ipcFlushCommands() const {
@@ -80,7 +94,7 @@ int32_t MapperV5::freeBuffer(const native_handle* buffer) const {
     int32_t error = mMapper->v5.freeBuffer(buffer);
     ipcFlushCommands();
     if (error != AIMAPPER_ERROR_NONE) {
-        ZLOGE("[%s] freeBuffer(%p) failed with %d", buffer, error);
+        ZLOGE("[%s] freeBuffer(%p) failed with %d", static_cast<const void*>(buffer), error);
     }
     return error;
 }
@@ -91,7 +105,7 @@ int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARe
             mMapper->v5.lock(buffer, cpuUsage, region, fenceForMapper(acquireFence), outData);
     ipcFlushCommands();
     if (error != AIMAPPER_ERROR_NONE) {
-        ZLOGE("[%s] IMapper->lock error happen, err=%u", static_cast<uint32_t>(error));
+        ZLOGE("[%s] IMapper->lock error happen, err=%u", static_cast<unsigned int>(error));
     }
     if (acquireFence >= 0) close(acquireFence);
     return error;
@@ -101,20 +115,20 @@ int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARe
                        int acquireFence, void** outData, int* outBytesPerPixel,
                        int* outBytesPerStride) const {
     std::vector<PlaneLayout> layouts;
-    if (getPlaneLayouts(buffer, &layouts) == 0 && !layouts.empty()) {
+    if (getPlaneLayouts(buffer, &layouts) == AIMAPPER_ERROR_NONE && !layouts.empty()) {
         if (outBytesPerPixel != nullptr) {
             const int64_t increment = layouts[0].sampleIncrementInBits;
             bool same = true;
             for (const auto& plane : layouts) same &= plane.sampleIncrementInBits == increment;
-            *outBytesPerPixel = (same && increment >= 0 && increment % 8 == 0)
-                                        ? static_cast<int>(increment / 8)
-                                        : -1;
+            *outBytesPerPixel = (same && increment >= 0 && increment % kBitsPerByte == 0)
+                                        ? static_cast<int>(increment / kBitsPerByte)
+                                        : kNotUniform;
         }
         if (outBytesPerStride != nullptr) {
             const int64_t stride = layouts[0].strideInBytes;
             bool same = true;
             for (const auto& plane : layouts) same &= plane.strideInBytes == stride;
-            *outBytesPerStride = (same && stride >= 0) ? static_cast<int>(stride) : -1;
+            *outBytesPerStride = (same && stride >= 0) ? static_cast<int>(stride) : kNotUniform;
         }
     }
     int32_t error =
@@ -122,36 +136,48 @@ int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARe
     ipcFlushCommands();
     if (acquireFence >= 0) close(acquireFence);
     if (error != AIMAPPER_ERROR_NONE) {
-        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "lock(%p, ...) failed: %d", buffer, error);
+        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "lock(%p, ...) failed: %d",
+                            static_cast<const void*>(buffer), error);
     }
     return error;
 }
 
+namespace {
+
+// Plane and component offsets come from the mapper and may point anywhere: the addresses are
+// computed as integers, where wrapping is defined, and only then turned into pointers.
+void* addressAt(uintptr_t base, int64_t planeOffset, int64_t componentOffsetInBits) {
+    return reinterpret_cast<void*>(base + static_cast<uintptr_t>(planeOffset) +
+                                   static_cast<uintptr_t>(componentOffsetInBits / kBitsPerByte));
+}
+
+}  // namespace
+
 int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARect& region,
                        int acquireFence, android_ycbcr* outYcbcr) const {
-    if (outYcbcr == nullptr) return kBadValue;
+    if (outYcbcr == nullptr) return AIMAPPER_ERROR_BAD_VALUE;
     std::vector<PlaneLayout> layouts;
-    if (getPlaneLayouts(buffer, &layouts) != 0) return kBadValue;
+    if (getPlaneLayouts(buffer, &layouts) != AIMAPPER_ERROR_NONE) return AIMAPPER_ERROR_BAD_VALUE;
     void* data = nullptr;
     int32_t error = lock(buffer, cpuUsage, region, acquireFence, &data, nullptr, nullptr);
     if (error != AIMAPPER_ERROR_NONE) return error;
 
-    auto* base = static_cast<uint8_t*>(data);
+    const auto base = reinterpret_cast<uintptr_t>(data);
     android_ycbcr ycbcr{};
     auto fail = [&] {
         (void)unlock(buffer);  // the release fence is dropped as it is
-        return kBadValue;
+        return AIMAPPER_ERROR_BAD_VALUE;
     };
     for (const auto& plane : layouts) {
         if (mLogLevel != 0) ZLOGD("[%s] %s", plane.toString().c_str());
         for (const auto& component : plane.components) {
             if (!android::gralloc4::isStandardPlaneLayoutComponentType(component.type)) continue;
-            if (component.offsetInBits % 8 != 0) return fail();
-            uint8_t* address = base + plane.offsetInBytes + component.offsetInBits / 8;
+            if (component.offsetInBits % kBitsPerByte != 0) return fail();
+            void* address = addressAt(base, plane.offsetInBytes, component.offsetInBits);
             const auto type = static_cast<PlaneLayoutComponentType>(component.type.value);
             if (type == PlaneLayoutComponentType::Y) {
-                if (ycbcr.y != nullptr || component.sizeInBits != 8 ||
-                    plane.sampleIncrementInBits != 8) {
+                if (ycbcr.y != nullptr || component.sizeInBits != kLumaSampleBits ||
+                    plane.sampleIncrementInBits != kLumaSampleBits) {
                     return fail();
                 }
                 ycbcr.y = address;
@@ -159,8 +185,11 @@ int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARe
             } else if (type == PlaneLayoutComponentType::CB ||
                        type == PlaneLayoutComponentType::CR) {
                 const int64_t increment = plane.sampleIncrementInBits;
-                if (increment % 8 != 0 || (increment != 8 && increment != 16)) return fail();
-                const size_t step = static_cast<size_t>(increment / 8);
+                if (increment % kBitsPerByte != 0 ||
+                    (increment != kPlanarChromaBits && increment != kInterleavedChromaBits)) {
+                    return fail();
+                }
+                const auto step = static_cast<size_t>(increment / kBitsPerByte);
                 if (ycbcr.cstride == 0 && ycbcr.chroma_step == 0) {
                     ycbcr.cstride = static_cast<size_t>(plane.strideInBytes);
                     ycbcr.chroma_step = step;
@@ -176,7 +205,7 @@ int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARe
     }
     // A single plane without components is presented as a Y-only buffer.
     if (layouts.size() == 1 && layouts[0].components.empty()) {
-        ycbcr.y = base + layouts[0].offsetInBytes;
+        ycbcr.y = addressAt(base, layouts[0].offsetInBytes, 0);
         ycbcr.ystride = static_cast<size_t>(layouts[0].strideInBytes);
     }
     *outYcbcr = ycbcr;
@@ -184,22 +213,23 @@ int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARe
 }
 
 int MapperV5::unlock(const native_handle* buffer) const {
-    int releaseFence = -1;
+    int releaseFence = kNoFence;
     int32_t error = mMapper->v5.unlock(buffer, &releaseFence);
     ipcFlushCommands();
     if (error != AIMAPPER_ERROR_NONE) {
-        ZLOGE("[%s] unlock(%p) failed with %d", buffer, error);
+        ZLOGE("[%s] unlock(%p) failed with %d", static_cast<const void*>(buffer), error);
     }
     return releaseFence;
 }
 
-template <MapperV5::StandardMetadataType T>
-std::optional<MapperV5::MetadataValue<T>> MapperV5::getStandardMetadata(
-        const native_handle* buffer) const {
+template <StandardMetadataType T>
+std::optional<MetadataValue<T>> MapperMetadata::getStandardMetadata(const MapperV5& mapper,
+                                                                    const native_handle* buffer) {
+    const AIMapperV5& v5 = mapper.mMapper->v5;
     std::vector<uint8_t> data(kFirstReadSize);
-    int32_t size = mMapper->v5.getStandardMetadata(buffer, static_cast<int64_t>(T), data.data(),
-                                                   data.size());
-    ipcFlushCommands();
+    int32_t size =
+            v5.getStandardMetadata(buffer, static_cast<int64_t>(T), data.data(), data.size());
+    mapper.ipcFlushCommands();
     if (size < 0) {
         if (size != -AIMAPPER_ERROR_UNSUPPORTED) {
             ZLOGE("[%s] Received something other than UNSUPPORTED from valid "
@@ -209,9 +239,8 @@ std::optional<MapperV5::MetadataValue<T>> MapperV5::getStandardMetadata(
     }
     if (static_cast<size_t>(size) > data.size()) {
         data.resize(static_cast<size_t>(size));
-        size = mMapper->v5.getStandardMetadata(buffer, static_cast<int64_t>(T), data.data(),
-                                               data.size());
-        ipcFlushCommands();
+        size = v5.getStandardMetadata(buffer, static_cast<int64_t>(T), data.data(), data.size());
+        mapper.ipcFlushCommands();
         if (size < 0 || static_cast<size_t>(size) > data.size()) {
             ZLOGE("[%s] Failed to get Gralloc StandardMetadataType (%lu) failed with %d",
                   static_cast<unsigned long>(T), size);
@@ -221,9 +250,9 @@ std::optional<MapperV5::MetadataValue<T>> MapperV5::getStandardMetadata(
     return StandardMetadata<T>::value::decode(data.data(), static_cast<size_t>(size));
 }
 
-template <MapperV5::StandardMetadataType T>
-int32_t MapperV5::setStandardMetadata(const native_handle* buffer,
-                                      const MetadataValue<T>& value) const {
+template <StandardMetadataType T>
+int32_t MapperMetadata::setStandardMetadata(const MapperV5& mapper, const native_handle* buffer,
+                                            const MetadataValue<T>& value) {
     using Encoder = typename StandardMetadata<T>::value;
     const int32_t required = Encoder::encode(value, nullptr, 0);
     if (required < 0) {
@@ -237,53 +266,56 @@ int32_t MapperV5::setStandardMetadata(const native_handle* buffer,
               data.size());
         return -written;
     }
-    int32_t error = mMapper->v5.setStandardMetadata(buffer, static_cast<int64_t>(T), data.data(),
-                                                    static_cast<size_t>(written));
-    ipcFlushCommands();
+    int32_t error = mapper.mMapper->v5.setStandardMetadata(
+            buffer, static_cast<int64_t>(T), data.data(), static_cast<size_t>(written));
+    mapper.ipcFlushCommands();
     return error;
 }
 
-using Type = MapperV5::StandardMetadataType;
-template std::optional<MapperV5::MetadataValue<Type::PLANE_LAYOUTS>>
-MapperV5::getStandardMetadata<Type::PLANE_LAYOUTS>(const native_handle*) const;
-template std::optional<MapperV5::MetadataValue<Type::SMPTE2086>>
-MapperV5::getStandardMetadata<Type::SMPTE2086>(const native_handle*) const;
-template std::optional<MapperV5::MetadataValue<Type::CTA861_3>>
-MapperV5::getStandardMetadata<Type::CTA861_3>(const native_handle*) const;
-template std::optional<MapperV5::MetadataValue<Type::SMPTE2094_40>>
-MapperV5::getStandardMetadata<Type::SMPTE2094_40>(const native_handle*) const;
-template int32_t MapperV5::setStandardMetadata<Type::SMPTE2086>(
-        const native_handle*, const MetadataValue<Type::SMPTE2086>&) const;
-template int32_t MapperV5::setStandardMetadata<Type::CTA861_3>(
-        const native_handle*, const MetadataValue<Type::CTA861_3>&) const;
-template int32_t MapperV5::setStandardMetadata<Type::SMPTE2094_40>(
-        const native_handle*, const MetadataValue<Type::SMPTE2094_40>&) const;
-template int32_t MapperV5::setStandardMetadata<Type::SMPTE2094_10>(
-        const native_handle*, const MetadataValue<Type::SMPTE2094_10>&) const;
+template std::optional<MetadataValue<Type::PLANE_LAYOUTS>>
+MapperMetadata::getStandardMetadata<Type::PLANE_LAYOUTS>(const MapperV5&, const native_handle*);
+template std::optional<MetadataValue<Type::SMPTE2086>>
+MapperMetadata::getStandardMetadata<Type::SMPTE2086>(const MapperV5&, const native_handle*);
+template std::optional<MetadataValue<Type::CTA861_3>>
+MapperMetadata::getStandardMetadata<Type::CTA861_3>(const MapperV5&, const native_handle*);
+template std::optional<MetadataValue<Type::SMPTE2094_40>>
+MapperMetadata::getStandardMetadata<Type::SMPTE2094_40>(const MapperV5&, const native_handle*);
+template int32_t MapperMetadata::setStandardMetadata<Type::SMPTE2086>(
+        const MapperV5&, const native_handle*, const MetadataValue<Type::SMPTE2086>&);
+template int32_t MapperMetadata::setStandardMetadata<Type::CTA861_3>(
+        const MapperV5&, const native_handle*, const MetadataValue<Type::CTA861_3>&);
+template int32_t MapperMetadata::setStandardMetadata<Type::SMPTE2094_40>(
+        const MapperV5&, const native_handle*, const MetadataValue<Type::SMPTE2094_40>&);
+template int32_t MapperMetadata::setStandardMetadata<Type::SMPTE2094_10>(
+        const MapperV5&, const native_handle*, const MetadataValue<Type::SMPTE2094_10>&);
 
 int32_t MapperV5::getPlaneLayouts(const native_handle* buffer,
                                   std::vector<PlaneLayout>* out) const {
-    auto layouts = getStandardMetadata<Type::PLANE_LAYOUTS>(buffer);
-    if (!layouts) return kBadValue;
+    auto layouts = MapperMetadata::getStandardMetadata<Type::PLANE_LAYOUTS>(*this, buffer);
+    if (!layouts) return AIMAPPER_ERROR_BAD_VALUE;
     *out = std::move(*layouts);
     return AIMAPPER_ERROR_NONE;
 }
 
 namespace {
 
-constexpr unsigned int kSmpte2086Size = 40;
-constexpr unsigned int kCta861_3Size = 8;
-constexpr unsigned int kHdr10PlusSize = 224;  // the gralloc extension's HDR10+ record
+// Sizes of the caller's records, as the log lines print them.
+constexpr int kSmpte2086Size = 40;
+constexpr int kCta861_3Size = 8;
+constexpr int kHdr10PlusSize = 224;  // the gralloc extension's ge_hdr10p_dynamic_metadata_t
 static_assert(sizeof(common::Smpte2086) == kSmpte2086Size);
 static_assert(sizeof(common::Cta861_3) == kCta861_3Size);
+
+constexpr int kHighestBit = 7;
+constexpr size_t kCharsPerByte = 1 + kBitsPerByte;  // a blank, then the binary digits
 
 // " 00000101 10000000" for the bytes 0x05, 0x80.
 std::string binaryText(const std::vector<uint8_t>& bytes) {
     std::string text;
-    text.reserve(bytes.size() * 9);
+    text.reserve(bytes.size() * kCharsPerByte);
     for (uint8_t byte : bytes) {
         text += ' ';
-        for (int bit = 7; bit >= 0; --bit) text += ((byte >> bit) & 1) ? '1' : '0';
+        for (int bit = kHighestBit; bit >= 0; --bit) text += ((byte >> bit) & 1) ? '1' : '0';
     }
     return text;
 }
@@ -299,23 +331,24 @@ int32_t checkMetaArguments(const char* function, const native_handle* buffer,
     }
     if (data == nullptr) {
         ZLOGE_FN_AT(function, __LINE__, "[%s] Null data pointer");
-        return kBadValue;
+        return AIMAPPER_ERROR_BAD_VALUE;
     }
-    if (type == GRALLOC_STANDARD_METADATA_SMPTE2086 && size != kSmpte2086Size) {
-        ZLOGE_FN_AT(function, __LINE__, "[%s] data_size(%d) != struct size of Smpte2086(%d)", size,
+    const int given = static_cast<int>(size);
+    if (type == GRALLOC_STANDARD_METADATA_SMPTE2086 && given != kSmpte2086Size) {
+        ZLOGE_FN_AT(function, __LINE__, "[%s] data_size(%d) != struct size of Smpte2086(%d)", given,
                     kSmpte2086Size);
-        return kBadValue;
+        return AIMAPPER_ERROR_BAD_VALUE;
     }
-    if (type == GRALLOC_STANDARD_METADATA_CTA861_3 && size != kCta861_3Size) {
-        ZLOGE_FN_AT(function, __LINE__, "[%s] data_size(%d) != struct size of Cta861_3(%d)", size,
+    if (type == GRALLOC_STANDARD_METADATA_CTA861_3 && given != kCta861_3Size) {
+        ZLOGE_FN_AT(function, __LINE__, "[%s] data_size(%d) != struct size of Cta861_3(%d)", given,
                     kCta861_3Size);
-        return kBadValue;
+        return AIMAPPER_ERROR_BAD_VALUE;
     }
-    if (get && type == GRALLOC_STANDARD_METADATA_SMPTE2094_40 && size != kHdr10PlusSize) {
+    if (get && type == GRALLOC_STANDARD_METADATA_SMPTE2094_40 && given != kHdr10PlusSize) {
         ZLOGE_FN_AT(function, __LINE__,
-                    "[%s] data_size(%d) != struct size of ge_hdr10p_dynamic_metadata_t(%d)", size,
+                    "[%s] data_size(%d) != struct size of ge_hdr10p_dynamic_metadata_t(%d)", given,
                     kHdr10PlusSize);
-        return kBadValue;
+        return AIMAPPER_ERROR_BAD_VALUE;
     }
     return AIMAPPER_ERROR_NONE;
 }
@@ -329,20 +362,30 @@ int32_t MapperV5::getGrallocMeta(const native_handle* buffer, GRALLOC_STANDARD_M
     }
     switch (type) {
         case GRALLOC_STANDARD_METADATA_SMPTE2086:
-            if (auto value = getStandardMetadata<Type::SMPTE2086>(buffer); value && *value) {
+            if (auto value = MapperMetadata::getStandardMetadata<Type::SMPTE2086>(*this, buffer);
+                value && *value) {
                 memcpy(data, &**value, kSmpte2086Size);
             }
             return AIMAPPER_ERROR_NONE;
         case GRALLOC_STANDARD_METADATA_CTA861_3:
-            if (auto value = getStandardMetadata<Type::CTA861_3>(buffer); value && *value) {
+            if (auto value = MapperMetadata::getStandardMetadata<Type::CTA861_3>(*this, buffer);
+                value && *value) {
                 memcpy(data, &**value, kCta861_3Size);
             }
             return AIMAPPER_ERROR_NONE;
         case GRALLOC_STANDARD_METADATA_SMPTE2094_40:
-            // The mapper never stores more than the record holds.
-            if (auto value = getStandardMetadata<Type::SMPTE2094_40>(buffer);
+            if (auto value = MapperMetadata::getStandardMetadata<Type::SMPTE2094_40>(*this, buffer);
                 value && *value && !(*value)->empty()) {
-                memcpy(data, (*value)->data(), (*value)->size());
+                // A mapper may store a longer payload than the caller's record holds.
+                const std::vector<uint8_t>& payload = **value;
+                size_t count = payload.size();
+                if (count > size) {
+                    ZLOGE("[%s] payload size(%zu) > struct size of "
+                          "ge_hdr10p_dynamic_metadata_t(%d)",
+                          payload.size(), kHdr10PlusSize);
+                    count = size;
+                }
+                memcpy(data, payload.data(), count);
             }
             return AIMAPPER_ERROR_NONE;
         default:
@@ -359,12 +402,12 @@ int32_t MapperV5::setGrallocMeta(const native_handle* buffer, GRALLOC_STANDARD_M
         case GRALLOC_STANDARD_METADATA_SMPTE2086: {
             common::Smpte2086 value;
             memcpy(&value, data, kSmpte2086Size);
-            return setStandardMetadata<Type::SMPTE2086>(buffer, value);
+            return MapperMetadata::setStandardMetadata<Type::SMPTE2086>(*this, buffer, value);
         }
         case GRALLOC_STANDARD_METADATA_CTA861_3: {
             common::Cta861_3 value;
             memcpy(&value, data, kCta861_3Size);
-            return setStandardMetadata<Type::CTA861_3>(buffer, value);
+            return MapperMetadata::setStandardMetadata<Type::CTA861_3>(*this, buffer, value);
         }
         case GRALLOC_STANDARD_METADATA_SMPTE2094_40: {
             const std::vector<uint8_t> payload = *static_cast<const std::vector<uint8_t>*>(data);
@@ -372,7 +415,7 @@ int32_t MapperV5::setGrallocMeta(const native_handle* buffer, GRALLOC_STANDARD_M
                 const std::string text = binaryText(payload);
                 ZLOGD("[%s] HDR10P GrallocMeta Dynamic:%s", text.c_str());
             }
-            return setStandardMetadata<Type::SMPTE2094_40>(buffer, payload);
+            return MapperMetadata::setStandardMetadata<Type::SMPTE2094_40>(*this, buffer, payload);
         }
         case GRALLOC_STANDARD_METADATA_SMPTE2094_10: {
             const std::vector<uint8_t> payload = *static_cast<const std::vector<uint8_t>*>(data);
@@ -380,7 +423,7 @@ int32_t MapperV5::setGrallocMeta(const native_handle* buffer, GRALLOC_STANDARD_M
                 const std::string text = binaryText(payload);
                 ZLOGD("[%s] Set Dolby GrallocMeta Dynamic:%s", text.c_str());
             }
-            return setStandardMetadata<Type::SMPTE2094_10>(buffer, payload);
+            return MapperMetadata::setStandardMetadata<Type::SMPTE2094_10>(*this, buffer, payload);
         }
         default:
             return AIMAPPER_ERROR_NONE;

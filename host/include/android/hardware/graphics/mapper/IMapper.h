@@ -1,12 +1,15 @@
 // Host stand-in for the stable C mapper interface (AIMapper, version 5).
 #pragma once
 
-#include <android/rect.h>
-#include <cutils/native_handle.h>
-#include <stddef.h>
+// As the platform's header, this includes only the following: includers provide size_t and
+// max_align_t (<stddef.h>) first.
 #include <stdint.h>
 #include <sys/cdefs.h>
 
+#include <android/rect.h>
+#include <cutils/native_handle.h>
+
+// A device builds this with clang; gcc does not know clang's nullability qualifiers.
 #if !defined(__clang__)
 #define _Nonnull
 #define _Nullable

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <android/binder_enums.h>
+
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -41,7 +44,8 @@ enum class PixelFormat : int32_t {
     YV12 = 0x32315659,
 };
 
-inline std::string toString(PixelFormat val) {
+// The enumerator's name (the first declared one for a shared value), else the decimal value.
+[[nodiscard]] static inline std::string toString(PixelFormat val) {
     switch (val) {
         case PixelFormat::UNSPECIFIED:
             return "UNSPECIFIED";
@@ -109,8 +113,51 @@ inline std::string toString(PixelFormat val) {
             return "Y16";
         case PixelFormat::YV12:
             return "YV12";
+        default:
+            return std::to_string(static_cast<int32_t>(val));
     }
-    return std::to_string(static_cast<int32_t>(val));
 }
 
 }  // namespace aidl::android::hardware::graphics::common
+
+namespace ndk::internal {
+
+template <>
+constexpr inline std::array<aidl::android::hardware::graphics::common::PixelFormat, 33>
+        enum_values<aidl::android::hardware::graphics::common::PixelFormat> = {
+                aidl::android::hardware::graphics::common::PixelFormat::UNSPECIFIED,
+                aidl::android::hardware::graphics::common::PixelFormat::RGBA_8888,
+                aidl::android::hardware::graphics::common::PixelFormat::RGBX_8888,
+                aidl::android::hardware::graphics::common::PixelFormat::RGB_888,
+                aidl::android::hardware::graphics::common::PixelFormat::RGB_565,
+                aidl::android::hardware::graphics::common::PixelFormat::BGRA_8888,
+                aidl::android::hardware::graphics::common::PixelFormat::YCBCR_422_SP,
+                aidl::android::hardware::graphics::common::PixelFormat::YCRCB_420_SP,
+                aidl::android::hardware::graphics::common::PixelFormat::YCBCR_422_I,
+                aidl::android::hardware::graphics::common::PixelFormat::RGBA_FP16,
+                aidl::android::hardware::graphics::common::PixelFormat::RAW16,
+                aidl::android::hardware::graphics::common::PixelFormat::BLOB,
+                aidl::android::hardware::graphics::common::PixelFormat::IMPLEMENTATION_DEFINED,
+                aidl::android::hardware::graphics::common::PixelFormat::YCBCR_420_888,
+                aidl::android::hardware::graphics::common::PixelFormat::RAW_OPAQUE,
+                aidl::android::hardware::graphics::common::PixelFormat::RAW10,
+                aidl::android::hardware::graphics::common::PixelFormat::RAW12,
+                aidl::android::hardware::graphics::common::PixelFormat::RGBA_1010102,
+                aidl::android::hardware::graphics::common::PixelFormat::DEPTH_16,
+                aidl::android::hardware::graphics::common::PixelFormat::DEPTH_24,
+                aidl::android::hardware::graphics::common::PixelFormat::DEPTH_24_STENCIL_8,
+                aidl::android::hardware::graphics::common::PixelFormat::DEPTH_32F,
+                aidl::android::hardware::graphics::common::PixelFormat::DEPTH_32F_STENCIL_8,
+                aidl::android::hardware::graphics::common::PixelFormat::STENCIL_8,
+                aidl::android::hardware::graphics::common::PixelFormat::YCBCR_P010,
+                aidl::android::hardware::graphics::common::PixelFormat::HSV_888,
+                aidl::android::hardware::graphics::common::PixelFormat::R_8,
+                aidl::android::hardware::graphics::common::PixelFormat::R_16_UINT,
+                aidl::android::hardware::graphics::common::PixelFormat::RG_1616_UINT,
+                aidl::android::hardware::graphics::common::PixelFormat::RGBA_10101010,
+                aidl::android::hardware::graphics::common::PixelFormat::Y8,
+                aidl::android::hardware::graphics::common::PixelFormat::Y16,
+                aidl::android::hardware::graphics::common::PixelFormat::YV12,
+};
+
+}  // namespace ndk::internal

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <android/binder_enums.h>
+
 #include <array>
 #include <cstdint>
 #include <string>
@@ -17,7 +19,8 @@ enum class PlaneLayoutComponentType : int64_t {
     A = 1073741824L,
 };
 
-inline std::string toString(PlaneLayoutComponentType val) {
+// The enumerator's name (the first declared one for a shared value), else the decimal value.
+[[nodiscard]] static inline std::string toString(PlaneLayoutComponentType val) {
     switch (val) {
         case PlaneLayoutComponentType::Y:
             return "Y";
@@ -35,8 +38,26 @@ inline std::string toString(PlaneLayoutComponentType val) {
             return "RAW";
         case PlaneLayoutComponentType::A:
             return "A";
+        default:
+            return std::to_string(static_cast<int64_t>(val));
     }
-    return std::to_string(static_cast<int64_t>(val));
 }
 
 }  // namespace aidl::android::hardware::graphics::common
+
+namespace ndk::internal {
+
+template <>
+constexpr inline std::array<aidl::android::hardware::graphics::common::PlaneLayoutComponentType, 8>
+        enum_values<aidl::android::hardware::graphics::common::PlaneLayoutComponentType> = {
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::Y,
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::CB,
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::CR,
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::R,
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::G,
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::B,
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::RAW,
+                aidl::android::hardware::graphics::common::PlaneLayoutComponentType::A,
+};
+
+}  // namespace ndk::internal

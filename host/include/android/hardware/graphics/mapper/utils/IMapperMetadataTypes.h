@@ -2,6 +2,8 @@
 // platform's byte encoding, written in native (little-endian) order without padding.
 #pragma once
 
+#include <cstddef>  // before IMapper.h, which uses size_t without including it
+
 #include <aidl/android/hardware/graphics/common/BlendMode.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
 #include <aidl/android/hardware/graphics/common/Cta861_3.h>
@@ -20,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace android::hardware::graphics::mapper {
@@ -224,18 +227,21 @@ inline bool readHeader(Reader& r, StandardMetadataType type) {
 
 }  // namespace detail
 
-// Encoding of one standard metadata type whose value is always present.
+// Encoding of one standard metadata type whose value is always present. As the platform's
+// encoders do, encode takes the value by value (a string as a view).
 template <StandardMetadataType TYPE, typename T>
 struct MetadataValue {
     using value_type = T;
+    using encode_type =
+            std::conditional_t<std::is_same_v<T, std::string>, const std::string_view&, T>;
     // The full encoded size (written as far as it fits), or -AIMAPPER_ERROR_BAD_VALUE.
-    static int32_t encode(const T& value, void* dest, size_t size) {
+    [[nodiscard]] static int32_t encode(encode_type value, void* dest, size_t size) {
         detail::Writer w(dest, size);
         detail::writeHeader(w, TYPE);
         detail::write(w, value);
         return w.result();
     }
-    static std::optional<T> decode(const void* data, size_t size) {
+    [[nodiscard]] static std::optional<T> decode(const void* data, size_t size) {
         detail::Reader r(data, size);
         T value{};
         if (!detail::readHeader(r, TYPE) || !detail::read(r, value)) return std::nullopt;
@@ -247,12 +253,12 @@ struct MetadataValue {
 template <StandardMetadataType TYPE, typename T>
 struct OptionalMetadataValue {
     using value_type = std::optional<T>;
-    static int32_t encode(const std::optional<T>& value, void* dest, size_t size) {
+    [[nodiscard]] static int32_t encode(std::optional<T> value, void* dest, size_t size) {
         if (!value) return 0;
-        return MetadataValue<TYPE, T>::encode(*value, dest, size);
+        return MetadataValue<TYPE, T>::encode(std::move(*value), dest, size);
     }
     // Outer empty: malformed; inner empty: a valid encoding of "unset".
-    static std::optional<std::optional<T>> decode(const void* data, size_t size) {
+    [[nodiscard]] static std::optional<std::optional<T>> decode(const void* data, size_t size) {
         if (size == 0) return std::optional<T>();
         auto value = MetadataValue<TYPE, T>::decode(data, size);
         if (!value) return std::nullopt;
