@@ -92,14 +92,16 @@ int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
 
     AutoLock lock(mLock);
     const ssize_t index = indexOfLocked(key);
-    if (index >= 0) {
-        if (!refresh) {
-            mStreamInfoMap[index].second.copyTo(*staticInfo);
-            return 0;
-        }
-        mStreamInfoMap.erase(mStreamInfoMap.begin() + index);
+    if (index >= 0 && !refresh) [[likely]] {
+        mStreamInfoMap[index].second.copyTo(*staticInfo);
+        return 0;
     }
+    if (index >= 0) eraseLocked(static_cast<size_t>(index));
     return queryMissLocked(key, staticInfo);
+}
+
+void GrallocHelperAidlV2Imp::eraseLocked(size_t index) const {
+    mStreamInfoMap.erase(mStreamInfoMap.begin() + static_cast<ptrdiff_t>(index));
 }
 
 int GrallocHelperAidlV2Imp::queryMissLocked(MyRequest& key,
