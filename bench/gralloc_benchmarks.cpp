@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <compare>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,7 +23,6 @@
 #include <new>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "GrallocAllocatorAidlV2.h"
@@ -98,36 +98,12 @@ zcam::IGrallocHelper& helperWith(int entries) {
     return *helper;
 }
 
-void countAllocations(benchmark::State& state, uint64_t before) {
-    state.counters["allocs_per_hit"] = benchmark::Counter(
-            static_cast<double>(gAllocations.load() - before) / state.iterations());
-}
-
-// Every benchmark of a cache size looks up every cached key in turn.
-void BM_CacheHit(benchmark::State& state) {
-    const int entries = static_cast<int>(state.range(0));
-    zcam::IGrallocHelper& helper = helperWith(entries);
-    const std::vector<zcam::GrallocRequest> requests = requestsFor(entries);
-    zcam::GrallocStaticInfo info;
-    helper.query(&requests[0], &info, false);  // the record now has capacity for the planes
-    size_t next = 0;
-    const uint64_t before = gAllocations.load();
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(helper.query(&requests[next], &info, false));
-        if (++next == requests.size()) next = 0;
-    }
-    countAllocations(state, before);
-}
-
 // The floor's cache: a sorted copy of the helper's entries, in the helper's key order.
 struct FloorKey {
     int32_t format, usage, width, height;
     bool isAFBC;
     int32_t batchNum;
-    bool operator<(const FloorKey& o) const {
-        return std::tie(format, usage, width, height, isAFBC, batchNum) <
-               std::tie(o.format, o.usage, o.width, o.height, o.isAFBC, o.batchNum);
-    }
+    auto operator<=>(const FloorKey&) const = default;
 };
 
 FloorKey floorKey(const zcam::GrallocRequest& r, bool isAFBC) {
@@ -161,56 +137,96 @@ const zcam::GrallocCachedLayout* lowerBound(const FloorCache& floor, const Floor
                             });
 }
 
+// Copies a layout into a record that has capacity for its planes, as a hit must.
 void copyLayout(const zcam::GrallocStaticInfo& from, zcam::GrallocStaticInfo& to) {
     to.format = from.format;
     to.widthInPixels = from.widthInPixels;
     to.heightInPixels = from.heightInPixels;
     to.isAFBC = from.isAFBC;
+    if (to.planes.size() != from.planes.size()) to.planes.resize(from.planes.size());
     for (size_t i = 0; i < from.planes.size(); ++i) {
         to.planes[i].sizeInBytes = from.planes[i].sizeInBytes;
         to.planes[i].rowStrideInBytes = from.planes[i].rowStrideInBytes;
     }
 }
 
-// The floor: lock, binary search, found test, copy, unlock.
-void BM_Floor(benchmark::State& state) {
-    FloorCache& floor = floorWith(static_cast<int>(state.range(0)));
-    zcam::GrallocStaticInfo info;
-    info.planes.resize(floor.entries[0].info.planes.size());
-    const auto* end = floor.entries.data() + floor.entries.size();
-    size_t next = 0;
-    for (auto _ : state) {
-        const FloorKey& key = floor.targets[next];
-        pthread_mutex_lock(&floor.mutex);
-        const zcam::GrallocCachedLayout* found = lowerBound(floor, key);
-        const bool hit = found != end && !(key < floorKey(found->key, found->keyIsAFBC));
-        if (hit) copyLayout(found->info, info);
-        pthread_mutex_unlock(&floor.mutex);
-        benchmark::DoNotOptimize(hit);
-        benchmark::DoNotOptimize(info);
-        if (++next == floor.targets.size()) next = 0;
-    }
+// The floor: lock, binary search, found test, copy, unlock. Callers reach it through a pointer,
+// as they reach a hit through the helper interface's virtual slot.
+[[gnu::noinline]] bool floorLookup(FloorCache& floor, const FloorKey& key,
+                                   zcam::GrallocStaticInfo& out) {
+    pthread_mutex_lock(&floor.mutex);
+    const zcam::GrallocCachedLayout* found = lowerBound(floor, key);
+    const bool hit = found != floor.entries.data() + floor.entries.size() &&
+                     !(key < floorKey(found->key, found->keyIsAFBC));
+    if (hit) copyLayout(found->info, out);
+    pthread_mutex_unlock(&floor.mutex);
+    return hit;
 }
 
-// The first floor, kept as a reference: it trusts the search and skips the found test.
-void BM_FloorNoFoundTest(benchmark::State& state) {
-    FloorCache& floor = floorWith(static_cast<int>(state.range(0)));
-    zcam::GrallocStaticInfo info;
-    info.planes.resize(floor.entries[0].info.planes.size());
+// The operations measured. Each call looks up the next key; all keys in turn.
+struct Hit {
+    zcam::IGrallocHelper& helper;
+    std::vector<zcam::GrallocRequest> requests;
+    zcam::GrallocStaticInfo& info;
     size_t next = 0;
-    for (auto _ : state) {
+
+    void operator()() {
+        benchmark::DoNotOptimize(helper.query(&requests[next], &info, false));
+        if (++next == requests.size()) next = 0;
+    }
+};
+
+Hit hitOf(int entries, zcam::GrallocStaticInfo& info) {
+    Hit hit{helperWith(entries), requestsFor(entries), info};
+    hit();  // the record now has capacity for the planes
+    return hit;
+}
+
+struct Floor {
+    FloorCache& floor;
+    zcam::GrallocStaticInfo& info;
+    bool (*lookup)(FloorCache&, const FloorKey&, zcam::GrallocStaticInfo&) = floorLookup;
+    size_t next = 0;
+
+    void operator()() {
+        benchmark::DoNotOptimize(lookup(floor, floor.targets[next], info));
+        if (++next == floor.targets.size()) next = 0;
+    }
+};
+
+Floor floorOf(int entries, zcam::GrallocStaticInfo& info) {
+    Floor floor{floorWith(entries), info};
+    info.planes.resize(floor.floor.entries[0].info.planes.size());
+    benchmark::DoNotOptimize(floor.lookup);
+    return floor;
+}
+
+// The first floor, kept as a reference: inline in the loop, and it trusts the search to find
+// the key, skipping the found test.
+struct FloorWithoutFoundTest {
+    FloorCache& floor;
+    zcam::GrallocStaticInfo& info;
+    size_t next = 0;
+
+    void operator()() {
         pthread_mutex_lock(&floor.mutex);
         copyLayout(lowerBound(floor, floor.targets[next])->info, info);
         pthread_mutex_unlock(&floor.mutex);
         benchmark::DoNotOptimize(info);
         if (++next == floor.targets.size()) next = 0;
     }
+};
+
+FloorWithoutFoundTest floorWithoutFoundTestOf(int entries, zcam::GrallocStaticInfo& info) {
+    FloorWithoutFoundTest floor{floorWith(entries), info};
+    info.planes.resize(floor.floor.entries[0].info.planes.size());
+    return floor;
 }
 
-// A hit into a record whose plane storage starts `offset` bytes before the end of a page.
-void hitWithPlanesAt(benchmark::State& state, size_t offset) {
-    zcam::IGrallocHelper& helper = helperWith(16);
-    const std::vector<zcam::GrallocRequest> requests = requestsFor(16);
+// A record whose plane storage starts `offset` bytes before the end of the arena's first page.
+// Both such records fit in the arena side by side.
+zcam::GrallocStaticInfo& recordWithPlanesAt(size_t offset) {
+    static std::map<size_t, zcam::GrallocStaticInfo> records;
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     if (gArena == nullptr) {
         void* arena =
@@ -219,29 +235,103 @@ void hitWithPlanesAt(benchmark::State& state, size_t offset) {
         gArena = static_cast<char*>(arena);
         gArenaSize = 2 * page;
     }
-    zcam::GrallocStaticInfo info;
-    helper.query(&requests[0], &info, false);
-    const size_t planes = info.planes.size();
-    info.planes = std::vector<zcam::GrallocStaticInfo::Plane>();  // frees the storage
-    gPlaceNext = gArena + page - offset;
-    info.planes.reserve(planes);
-    if (info.planes.data() != static_cast<void*>(gArena + page - offset)) abort();
-    helper.query(&requests[0], &info, false);
-    size_t next = 0;
-    const uint64_t before = gAllocations.load();
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(helper.query(&requests[next], &info, false));
-        if (++next == requests.size()) next = 0;
+    if (records.count(offset) == 0) {
+        zcam::GrallocStaticInfo& info = records[offset];
+        Hit hit = hitOf(16, info);
+        const size_t planes = info.planes.size();
+        info.planes = std::vector<zcam::GrallocStaticInfo::Plane>();  // frees the storage
+        gPlaceNext = gArena + page - offset;
+        info.planes.reserve(planes);
+        if (info.planes.data() != static_cast<void*>(gArena + page - offset)) abort();
     }
-    countAllocations(state, before);
+    return records[offset];
+}
+
+zcam::GrallocStaticInfo& alignedRecord() {
+    return recordWithPlanesAt(static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+}
+
+zcam::GrallocStaticInfo& straddlingRecord() {
+    return recordWithPlanesAt(16);
+}
+
+// Runs `op` once per iteration; `counted` adds the heap allocations per call.
+template <typename Op>
+void measure(benchmark::State& state, Op op, bool counted) {
+    const uint64_t before = gAllocations.load();
+    for (auto _ : state) op();
+    if (counted) {
+        state.counters["allocs_per_hit"] = benchmark::Counter(
+                static_cast<double>(gAllocations.load() - before) / state.iterations());
+    }
+}
+
+// Times `numerator` and `denominator` in alternating blocks, one pair per iteration, and reports
+// the median of the pairs' ratios: load on a shared machine slows both sides of a pair alike, and
+// the median drops the pairs a context switch fell into.
+template <typename A, typename B>
+void measureRatio(benchmark::State& state, A numerator, B denominator) {
+    constexpr int kBlock = 2048;
+    using Clock = std::chrono::steady_clock;
+    std::vector<double> ratios, numeratorNs, denominatorNs;
+    for (auto _ : state) {
+        const auto t0 = Clock::now();
+        for (int i = 0; i < kBlock; ++i) numerator();
+        const auto t1 = Clock::now();
+        for (int i = 0; i < kBlock; ++i) denominator();
+        const auto t2 = Clock::now();
+        const double a = std::chrono::duration<double, std::nano>(t1 - t0).count() / kBlock;
+        const double b = std::chrono::duration<double, std::nano>(t2 - t1).count() / kBlock;
+        ratios.push_back(a / b);
+        numeratorNs.push_back(a);
+        denominatorNs.push_back(b);
+    }
+    const auto median = [](std::vector<double>& v) {
+        std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
+        return v[v.size() / 2];
+    };
+    state.counters["ratio"] = median(ratios);
+    state.counters["numerator_ns"] = median(numeratorNs);
+    state.counters["denominator_ns"] = median(denominatorNs);
+}
+
+void BM_CacheHit(benchmark::State& state) {
+    zcam::GrallocStaticInfo info;
+    measure(state, hitOf(static_cast<int>(state.range(0)), info), true);
+}
+
+void BM_Floor(benchmark::State& state) {
+    zcam::GrallocStaticInfo info;
+    measure(state, floorOf(static_cast<int>(state.range(0)), info), false);
+}
+
+void BM_FloorWithoutFoundTest(benchmark::State& state) {
+    zcam::GrallocStaticInfo info;
+    measure(state, floorWithoutFoundTestOf(static_cast<int>(state.range(0)), info), false);
 }
 
 void BM_CacheHitPlanesAligned(benchmark::State& state) {
-    hitWithPlanesAt(state, static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+    measure(state, hitOf(16, alignedRecord()), true);
 }
 
 void BM_CacheHitPlanesStraddle(benchmark::State& state) {
-    hitWithPlanesAt(state, 16);
+    measure(state, hitOf(16, straddlingRecord()), true);
+}
+
+void BM_HitOverFloor(benchmark::State& state) {
+    const int entries = static_cast<int>(state.range(0));
+    zcam::GrallocStaticInfo hitInfo, floorInfo;
+    measureRatio(state, hitOf(entries, hitInfo), floorOf(entries, floorInfo));
+}
+
+void BM_HitOverFloorWithoutFoundTest(benchmark::State& state) {
+    const int entries = static_cast<int>(state.range(0));
+    zcam::GrallocStaticInfo hitInfo, floorInfo;
+    measureRatio(state, hitOf(entries, hitInfo), floorWithoutFoundTestOf(entries, floorInfo));
+}
+
+void BM_StraddleOverAligned(benchmark::State& state) {
+    measureRatio(state, hitOf(16, straddlingRecord()), hitOf(16, alignedRecord()));
 }
 
 // Hits from several threads on one helper; hits per second over all threads.
@@ -269,10 +359,8 @@ zcam::GrallocRequest probeRequest() {
 
 // Hit latency while another thread probes the same helper without pause.
 void BM_CacheHitWhileProbing(benchmark::State& state) {
-    zcam::IGrallocHelper& helper = helperWith(16);
-    const std::vector<zcam::GrallocRequest> requests = requestsFor(16);
     zcam::GrallocStaticInfo info;
-    helper.query(&requests[0], &info, false);
+    Hit hit = hitOf(16, info);
     std::vector<int64_t> latencies;
     latencies.reserve(static_cast<size_t>(state.max_iterations));
 
@@ -282,18 +370,16 @@ void BM_CacheHitWhileProbing(benchmark::State& state) {
         const zcam::GrallocRequest request = probeRequest();
         zcam::GrallocStaticInfo probed;
         while (!stop.load(std::memory_order_relaxed)) {
-            if (helper.query(&request, &probed, true) != 0) abort();
+            if (hit.helper.query(&request, &probed, true) != 0) abort();
             probes.fetch_add(1, std::memory_order_relaxed);
         }
     });
     while (probes.load() == 0) std::this_thread::yield();
 
-    size_t next = 0;
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        benchmark::DoNotOptimize(helper.query(&requests[next], &info, false));
+        hit();
         latencies.push_back((std::chrono::steady_clock::now() - start).count());
-        if (++next == requests.size()) next = 0;
     }
     stop = true;
     prober.join();
@@ -307,7 +393,7 @@ void BM_CacheHitWhileProbing(benchmark::State& state) {
     state.counters["probes"] = static_cast<double>(probes.load());
 }
 
-// A cache miss: the refresh flag makes every query probe a 1920x1080 YCrCb_420_SP buffer.
+// A cache miss: the refresh flag makes every query probe.
 void BM_Probe(benchmark::State& state) {
     zcam::IGrallocHelper& helper = helperWith(1);
     const zcam::GrallocRequest request = probeRequest();
@@ -345,10 +431,20 @@ void registerBenchmarks() {
     for (const int entries : kCacheSizes) {
         benchmark::RegisterBenchmark("BM_CacheHit", BM_CacheHit)->Arg(entries);
         benchmark::RegisterBenchmark("BM_Floor", BM_Floor)->Arg(entries);
-        benchmark::RegisterBenchmark("BM_FloorNoFoundTest", BM_FloorNoFoundTest)->Arg(entries);
+        benchmark::RegisterBenchmark("BM_FloorWithoutFoundTest", BM_FloorWithoutFoundTest)
+                ->Arg(entries);
+    }
+    for (const int entries : kCacheSizes) {
+        benchmark::RegisterBenchmark("BM_HitOverFloor", BM_HitOverFloor)->Arg(entries);
+    }
+    for (const int entries : kCacheSizes) {
+        benchmark::RegisterBenchmark("BM_HitOverFloorWithoutFoundTest",
+                                     BM_HitOverFloorWithoutFoundTest)
+                ->Arg(entries);
     }
     benchmark::RegisterBenchmark("BM_CacheHitPlanesAligned", BM_CacheHitPlanesAligned);
     benchmark::RegisterBenchmark("BM_CacheHitPlanesStraddle", BM_CacheHitPlanesStraddle);
+    benchmark::RegisterBenchmark("BM_StraddleOverAligned", BM_StraddleOverAligned);
     benchmark::RegisterBenchmark("BM_CacheHitThreads", BM_CacheHitThreads)
             ->Threads(1)
             ->Threads(2)
@@ -361,11 +457,10 @@ void registerBenchmarks() {
     benchmark::RegisterBenchmark("BM_BufferQuery", BM_BufferQuery);
 }
 
-// A ratio of two benchmarks' CPU time per iteration, compared repetition by repetition.
+// A ratio line: the `ratio` counter of one paired benchmark, repetition by repetition.
 struct Ratio {
     std::string label;
-    std::string numerator;
-    std::string denominator;
+    std::string benchmark;
     double goalMedian;  // 0: a reference without a goal
     double goalEach;    // 0: no bound on single repetitions
 };
@@ -373,25 +468,48 @@ struct Ratio {
 std::vector<Ratio> ratios() {
     std::vector<Ratio> out;
     for (const int entries : kCacheSizes) {
-        const std::string n = "/" + std::to_string(entries);
-        out.push_back({"hit/floor " + std::to_string(entries), "BM_CacheHit" + n, "BM_Floor" + n,
-                       1.10, 1.25});
+        out.push_back({"hit/floor " + std::to_string(entries),
+                       "BM_HitOverFloor/" + std::to_string(entries), 1.10, 1.25});
     }
     for (const int entries : kCacheSizes) {
-        const std::string n = "/" + std::to_string(entries);
-        out.push_back({"hit/floor-without-found-test " + std::to_string(entries), "BM_CacheHit" + n,
-                       "BM_FloorNoFoundTest" + n, 0, 0});
+        out.push_back({"hit/floor-without-found-test " + std::to_string(entries),
+                       "BM_HitOverFloorWithoutFoundTest/" + std::to_string(entries), 0, 0});
     }
-    out.push_back(
-            {"straddle/aligned", "BM_CacheHitPlanesStraddle", "BM_CacheHitPlanesAligned", 1.10, 0});
+    out.push_back({"straddle/aligned", "BM_StraddleOverAligned", 1.10, 0});
     return out;
 }
 
-// Forwards to the reporter that --benchmark_format asks for, keeping each repetition's CPU
-// time for the ratios. With aggregates only, the repetitions are kept but not forwarded.
+std::string formatRatio(const Ratio& ratio, std::vector<double> values) {
+    char buffer[64];
+    std::string line = ratio.label;
+    line.resize(std::max<size_t>(line.size() + 1, 36), ' ');
+    for (const double v : values) {
+        snprintf(buffer, sizeof(buffer), " %.3f", v);
+        line += buffer;
+    }
+    std::sort(values.begin(), values.end());
+    const size_t n = values.size();
+    const double median = n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+    snprintf(buffer, sizeof(buffer), " | median %.3f min %.3f max %.3f", median, values[0],
+             values[n - 1]);
+    line += buffer;
+    if (ratio.goalMedian == 0) return line + " (reference)";
+    const bool met =
+            median <= ratio.goalMedian && (ratio.goalEach == 0 || values[n - 1] <= ratio.goalEach);
+    snprintf(buffer, sizeof(buffer), " (goal median <= %.2f", ratio.goalMedian);
+    line += buffer;
+    if (ratio.goalEach != 0) {
+        snprintf(buffer, sizeof(buffer), ", each <= %.2f", ratio.goalEach);
+        line += buffer;
+    }
+    return line + (met ? "): met" : "): MISSED");
+}
+
+// Forwards to the reporter that --benchmark_format asks for and keeps each repetition's ratio
+// counter. With aggregates only, the repetitions are kept but not forwarded.
 class RatioReporter : public benchmark::BenchmarkReporter {
 public:
-    RatioReporter(bool aggregatesOnly)
+    explicit RatioReporter(bool aggregatesOnly)
         : mInner(benchmark::CreateDefaultDisplayReporter()), mAggregatesOnly(aggregatesOnly) {}
 
     bool ReportContext(const Context& context) override { return mInner->ReportContext(context); }
@@ -399,8 +517,10 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         std::vector<Run> forwarded;
         for (const auto& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                mTimes[run.benchmark_name()].push_back(run.GetAdjustedCPUTime());
+            const auto ratio = run.counters.find("ratio");
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred &&
+                ratio != run.counters.end()) {
+                mRatios[run.benchmark_name()].push_back(ratio->second.value);
             }
             if (!mAggregatesOnly || run.run_type == Run::RT_Aggregate) forwarded.push_back(run);
         }
@@ -411,56 +531,24 @@ public:
         mInner->Finalize();
         // The table's stream stays machine-readable in the other formats.
         const bool console = dynamic_cast<benchmark::ConsoleReporter*>(mInner.get()) != nullptr;
-        printRatios(console ? mInner->GetOutputStream() : mInner->GetErrorStream());
+        std::ostream& out = console ? mInner->GetOutputStream() : mInner->GetErrorStream();
+        bool header = false;
+        for (const Ratio& ratio : ratios()) {
+            const auto values = mRatios.find(ratio.benchmark);
+            if (values == mRatios.end()) continue;
+            if (!header) {
+                out << "ratios of time per call, in alternating blocks, repetition by "
+                       "repetition:\n";
+                header = true;
+            }
+            out << formatRatio(ratio, values->second) << "\n";
+        }
     }
 
 private:
-    void printRatios(std::ostream& out) const {
-        bool header = false;
-        for (const Ratio& ratio : ratios()) {
-            const auto num = mTimes.find(ratio.numerator);
-            const auto den = mTimes.find(ratio.denominator);
-            if (num == mTimes.end() || den == mTimes.end()) continue;
-            std::vector<double> values;
-            const size_t count = std::min(num->second.size(), den->second.size());
-            for (size_t i = 0; i < count; ++i) values.push_back(num->second[i] / den->second[i]);
-            if (!header) {
-                out << "ratios of CPU time per iteration, repetition by repetition:\n";
-                header = true;
-            }
-            out << formatRatio(ratio, values) << "\n";
-        }
-    }
-
-    static std::string formatRatio(const Ratio& ratio, std::vector<double> values) {
-        char buffer[64];
-        std::string line = ratio.label;
-        line.resize(std::max<size_t>(line.size() + 1, 36), ' ');
-        for (const double v : values) {
-            snprintf(buffer, sizeof(buffer), " %.3f", v);
-            line += buffer;
-        }
-        std::sort(values.begin(), values.end());
-        const size_t n = values.size();
-        const double median = n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-        snprintf(buffer, sizeof(buffer), " | median %.3f min %.3f max %.3f", median, values[0],
-                 values[n - 1]);
-        line += buffer;
-        if (ratio.goalMedian == 0) return line + " (reference)";
-        const bool met = median <= ratio.goalMedian &&
-                         (ratio.goalEach == 0 || values[n - 1] <= ratio.goalEach);
-        snprintf(buffer, sizeof(buffer), " (goal median <= %.2f", ratio.goalMedian);
-        line += buffer;
-        if (ratio.goalEach != 0) {
-            snprintf(buffer, sizeof(buffer), ", each <= %.2f", ratio.goalEach);
-            line += buffer;
-        }
-        return line + (met ? "): met" : "): MISSED");
-    }
-
     std::unique_ptr<benchmark::BenchmarkReporter> mInner;
     bool mAggregatesOnly;
-    std::map<std::string, std::vector<double>> mTimes;
+    std::map<std::string, std::vector<double>> mRatios;
 };
 
 // Takes --benchmark_report_aggregates_only and --benchmark_display_aggregates_only out of argv:

@@ -1,6 +1,6 @@
 # Runs a few benchmarks briefly, twice each, and checks that the ratios come out per repetition
 # in the program's own output (also with aggregates only) and from the summary of its JSON.
-set(filter "^BM_(CacheHit|Floor|FloorNoFoundTest)/1$|^BM_CacheHitPlanes")
+set(filter "^BM_(CacheHit|HitOverFloor)/1$|^BM_StraddleOverAligned$")
 set(common --benchmark_filter=${filter} --benchmark_min_time=0.01 --benchmark_repetitions=2)
 
 function(expect text pattern what)
@@ -19,8 +19,8 @@ if(NOT status EQUAL 0)
 endif()
 expect("${console}" "${perRepetition}" "aggregates-only console run")
 expect("${console}" "${straddle}" "aggregates-only console run")
-expect("${console}" "BM_CacheHit/1_median" "aggregates-only console run")
-if(console MATCHES "BM_CacheHit/1 ")
+expect("${console}" "BM_HitOverFloor/1_median" "aggregates-only console run")
+if(console MATCHES "BM_HitOverFloor/1 ")
   message(FATAL_ERROR "aggregates-only run printed a repetition:\n${console}")
 endif()
 

@@ -5,9 +5,9 @@
     bench/summarize.py run.json        (or: ... | bench/summarize.py)
 
 Prints the machine's load, each benchmark's median CPU and real time with its counters, and the
-ratios the benchmark program prints itself: per repetition, then median, min and max, against
-their goals. A run reported with aggregates only has no repetitions; its ratios are then the
-ratios of the medians.
+ratio lines the benchmark program prints itself: the `ratio` counter of each paired benchmark per
+repetition, then median, min and max, against their goals. A run reported with aggregates only
+has no repetitions; its ratio lines then hold the median alone.
 """
 
 import json
@@ -15,17 +15,16 @@ import statistics
 import sys
 
 CACHE_SIZES = (1, 16, 1000, 10000)
-COUNTERS = ("allocs_per_hit", "items_per_second", "p50_ns", "p99_ns", "probes")
+COUNTERS = ("ratio", "numerator_ns", "denominator_ns", "allocs_per_hit", "items_per_second",
+            "p50_ns", "p99_ns", "probes")
 
 
 def ratio_definitions():
-    """(label, numerator, denominator, goal for the median, goal for each repetition)."""
-    out = [(f"hit/floor {n}", f"BM_CacheHit/{n}", f"BM_Floor/{n}", 1.10, 1.25)
-           for n in CACHE_SIZES]
-    out += [(f"hit/floor-without-found-test {n}", f"BM_CacheHit/{n}",
-             f"BM_FloorNoFoundTest/{n}", None, None) for n in CACHE_SIZES]
-    out.append(("straddle/aligned", "BM_CacheHitPlanesStraddle", "BM_CacheHitPlanesAligned",
-                1.10, None))
+    """(label, paired benchmark, goal for the median, goal for each repetition)."""
+    out = [(f"hit/floor {n}", f"BM_HitOverFloor/{n}", 1.10, 1.25) for n in CACHE_SIZES]
+    out += [(f"hit/floor-without-found-test {n}", f"BM_HitOverFloorWithoutFoundTest/{n}",
+             None, None) for n in CACHE_SIZES]
+    out.append(("straddle/aligned", "BM_StraddleOverAligned", 1.10, None))
     return out
 
 
@@ -88,17 +87,13 @@ def summarize(report, out):
                   f"{median_of(runs, 'real_time'):>9.4g} {unit:2}  {' '.join(cells)}\n")
 
     lines = []
-    for label, numerator, denominator, goal_median, goal_each in ratio_definitions():
-        if numerator in repetitions and denominator in repetitions:
-            pairs = zip(repetitions[numerator], repetitions[denominator])
-            values = [a["cpu_time"] / b["cpu_time"] for a, b in pairs]
-        elif numerator in medians and denominator in medians:
-            values = [medians[numerator]["cpu_time"] / medians[denominator]["cpu_time"]]
-        else:
-            continue
-        lines.append(format_ratio(label, values, goal_median, goal_each))
+    for label, name, goal_median, goal_each in ratio_definitions():
+        runs = repetitions.get(name) or ([medians[name]] if name in medians else [])
+        values = [b["ratio"] for b in runs if "ratio" in b]
+        if values:
+            lines.append(format_ratio(label, values, goal_median, goal_each))
     if lines:
-        out.write("ratios of CPU time per iteration, repetition by repetition:\n")
+        out.write("ratios of time per call, in alternating blocks, repetition by repetition:\n")
         out.write("\n".join(lines) + "\n")
 
 

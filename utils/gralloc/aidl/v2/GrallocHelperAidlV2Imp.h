@@ -137,8 +137,6 @@ public:
         out.batchNum = request.batchNum;
         out.isAFBC = false;
 
-        // The batch formats lie above every format the switch names.
-        if (isVendorBatchFormat(request.format)) return 0;
         switch (static_cast<PixelFormat>(request.format)) {
             case PixelFormat::IMPLEMENTATION_DEFINED:
             case PixelFormat::YCBCR_420_888:
@@ -150,6 +148,7 @@ public:
                 out.usage &= ~kComposer;
                 break;
             default:
+                if (isVendorBatchFormat(request.format)) return 0;
                 break;
         }
         out.usage |= (request.usage & kCpuBits) != 0 ? kCameraReadWrite : kCameraWrite;
