@@ -94,23 +94,29 @@ int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
         ZLOGE_AT(1268, "[%s] NULL pStaticInfo");
         return -22;
     }
-    if (zcam::logging::debugEnabled()) [[unlikely]]
+    if (zcam::logging::debugEnabled()) [[unlikely]] {
         coldLines::query(*request);
+    }
     MyRequest key;
     determine(*request, key);
+    if (refresh) [[unlikely]]
+        return queryRefresh(key, staticInfo);
 
     AutoLock lock(mLock);
     const ssize_t index = indexOfLocked(key);
-    if (index >= 0 && !refresh) [[likely]] {
+    if (index >= 0) [[likely]] {
         mStreamInfoMap[index].second.copyTo(*staticInfo);
         return 0;
     }
-    if (index >= 0) eraseLocked(static_cast<size_t>(index));
     return queryMissLocked(key, staticInfo);
 }
 
-void GrallocHelperAidlV2Imp::eraseLocked(size_t index) const {
-    mStreamInfoMap.erase(mStreamInfoMap.begin() + static_cast<ptrdiff_t>(index));
+int GrallocHelperAidlV2Imp::queryRefresh(MyRequest& key,
+                                         zcam::GrallocStaticInfo* staticInfo) const {
+    AutoLock lock(mLock);
+    const ssize_t index = indexOfLocked(key);
+    if (index >= 0) mStreamInfoMap.erase(mStreamInfoMap.begin() + index);
+    return queryMissLocked(key, staticInfo);
 }
 
 int GrallocHelperAidlV2Imp::queryMissLocked(MyRequest& key,

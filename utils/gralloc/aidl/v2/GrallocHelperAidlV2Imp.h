@@ -180,9 +180,10 @@ private:
         }
         return -1;
     }
-    // Drops entry `index`. Out of line: a refresh is rare and its move loop would weigh on
-    // every cache hit.
-    [[gnu::noinline]] void eraseLocked(size_t index) const;
+    // A layout request with the refresh flag: drops the key's entry, if any, and probes again.
+    // Out of line and taking the lock itself, so that a cache hit neither carries the flag
+    // across the lock nor the erase's move loop.
+    [[gnu::noinline]] int queryRefresh(MyRequest& key, zcam::GrallocStaticInfo* staticInfo) const;
     // A layout request that the cache could not answer: probe, store, answer.
     int queryMissLocked(MyRequest& key, zcam::GrallocStaticInfo* staticInfo) const;
 
