@@ -390,6 +390,8 @@ void BM_CacheHitWhileProbing(benchmark::State& state) {
     };
     state.counters["p50_ns"] = percentile(0.50);
     state.counters["p99_ns"] = percentile(0.99);
+    state.counters["p999_ns"] = percentile(0.999);  // the hits that waited for a probe
+    state.counters["max_ns"] = percentile(1.0);
     state.counters["probes"] = static_cast<double>(probes.load());
 }
 

@@ -16,7 +16,7 @@ import sys
 
 CACHE_SIZES = (1, 16, 1000, 10000)
 COUNTERS = ("ratio", "numerator_ns", "denominator_ns", "allocs_per_hit", "items_per_second",
-            "p50_ns", "p99_ns", "probes")
+            "p50_ns", "p99_ns", "p999_ns", "max_ns", "probes")
 
 
 def ratio_definitions():
