@@ -37,12 +37,22 @@ using aidl::android::hardware::graphics::common::PixelFormat;
 namespace {
 std::atomic<uint64_t> gAllocations{0};
 std::atomic<void*> gPlaceNext{nullptr};  // the next allocation goes here
-char* gArena = nullptr;                  // two pages, set before any placement; never freed
-size_t gArenaSize = 0;
+
+// Two pages that placed allocations come from; mapped before main, never unmapped.
+const size_t gPageSize = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+char* mapArena() {
+    void* arena = mmap(nullptr, 2 * gPageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
+                       -1, 0);
+    if (arena == MAP_FAILED) abort();
+    return static_cast<char*>(arena);
+}
+char* const gArena = mapArena();
 
 bool inArena(const void* p) {
-    const char* c = static_cast<const char*>(p);
-    return gArena != nullptr && c >= gArena && c < gArena + gArenaSize;
+    // Zero until the arena is mapped; allocations made before then are never in it.
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(gArena);
+    const uintptr_t address = reinterpret_cast<uintptr_t>(p);
+    return begin != 0 && address >= begin && address - begin < 2 * gPageSize;
 }
 }  // namespace
 
@@ -227,28 +237,20 @@ FloorWithoutFoundTest floorWithoutFoundTestOf(int entries, zcam::GrallocStaticIn
 // Both such records fit in the arena side by side.
 zcam::GrallocStaticInfo& recordWithPlanesAt(size_t offset) {
     static std::map<size_t, zcam::GrallocStaticInfo> records;
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    if (gArena == nullptr) {
-        void* arena =
-                mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (arena == MAP_FAILED) abort();
-        gArena = static_cast<char*>(arena);
-        gArenaSize = 2 * page;
-    }
     if (records.count(offset) == 0) {
         zcam::GrallocStaticInfo& info = records[offset];
-        Hit hit = hitOf(16, info);
+        hitOf(16, info);  // the plane count of the layouts
         const size_t planes = info.planes.size();
         info.planes = std::vector<zcam::GrallocStaticInfo::Plane>();  // frees the storage
-        gPlaceNext = gArena + page - offset;
+        gPlaceNext = gArena + gPageSize - offset;
         info.planes.reserve(planes);
-        if (info.planes.data() != static_cast<void*>(gArena + page - offset)) abort();
+        if (info.planes.data() != static_cast<void*>(gArena + gPageSize - offset)) abort();
     }
     return records[offset];
 }
 
 zcam::GrallocStaticInfo& alignedRecord() {
-    return recordWithPlanesAt(static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+    return recordWithPlanesAt(gPageSize);
 }
 
 zcam::GrallocStaticInfo& straddlingRecord() {
