@@ -40,8 +40,9 @@ struct MyStaticInfo : zcam::GrallocStaticInfo {
         out.heightInPixels = heightInPixels;
         out.isAFBC = isAFBC;
         const size_t count = planes.size();
-        if (out.planes.size() != count) [[unlikely]]
+        if (out.planes.size() != count) [[unlikely]] {
             out.planes.resize(count);
+        }
         const Plane* from = planes.data();
         Plane* to = out.planes.data();
         for (size_t i = 0; i < count; ++i) {
