@@ -73,7 +73,8 @@ def summarize(report, out):
 
     repetitions, medians = collect(report.get("benchmarks", []))
     names = list(dict.fromkeys(list(repetitions) + list(medians)))
-    out.write(f"{'benchmark':40} {'reps':>4} {'cpu':>12} {'real':>12}  counters (median)\n")
+    width = max([len(n) for n in names] + [len("benchmark")])
+    out.write(f"{'benchmark':{width}} {'reps':>4} {'cpu':>12} {'real':>12}  counters (median)\n")
     for name in names:
         runs = repetitions.get(name) or [medians[name]]
         unit = runs[0].get("time_unit", "ns")
@@ -82,7 +83,8 @@ def summarize(report, out):
             value = median_of(runs, counter)
             if value is not None:
                 cells.append(f"{counter}={value:.4g}")
-        out.write(f"{name:40} {len(repetitions.get(name, [])):>4} "
+        reps = len(repetitions.get(name, [])) or "-"  # "-": aggregates only
+        out.write(f"{name:{width}} {reps:>4} "
                   f"{median_of(runs, 'cpu_time'):>9.4g} {unit:2} "
                   f"{median_of(runs, 'real_time'):>9.4g} {unit:2}  {' '.join(cells)}\n")
 
