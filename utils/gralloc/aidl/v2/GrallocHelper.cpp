@@ -72,14 +72,12 @@ private:
     pthread_mutex_t& mMutex;
 };
 
-// Lines that stay out of a cache hit's code, so that a disabled one costs the hit only its
-// gate. Each function is named after the operation whose name its line carries.
-namespace coldLines {
-[[gnu::cold, gnu::noinline]] void query(const zcam::GrallocRequest& request) {
-    ZLOGD("[%s] Gralloc Request: u(0x%x) f(0x%x) w(%d) h(%d) BatchNum(%d)", request.usage,
-          request.format, request.widthInPixels, request.heightInPixels, request.batchNum);
+// The request line of a layout query, out of line: a cache hit pays only for its gate.
+[[gnu::cold, gnu::noinline]] void logQueryRequest(const zcam::GrallocRequest& request) {
+    ZLOGD_FN("query", "[%s] Gralloc Request: u(0x%x) f(0x%x) w(%d) h(%d) BatchNum(%d)",
+             request.usage, request.format, request.widthInPixels, request.heightInPixels,
+             request.batchNum);
 }
-}  // namespace coldLines
 
 bool hasAliasEntry(int32_t format) {
     return format == static_cast<int32_t>(PixelFormat::IMPLEMENTATION_DEFINED) ||
@@ -128,7 +126,7 @@ int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
         return -22;
     }
     if (zcam::logging::debugEnabled()) [[unlikely]] {
-        coldLines::query(*request);
+        logQueryRequest(*request);
     }
     MyRequest key;
     determine(*request, key);
