@@ -154,7 +154,9 @@ public:
                 out.usage &= ~kComposer;
                 break;
             default:
-                if (isVendorBatchFormat(request.format)) return 0;
+                if (isVendorBatchFormat(request.format)) [[unlikely]] {
+                    return 0;
+                }
                 break;
         }
         out.usage |= (request.usage & kCpuBits) != 0 ? kCameraReadWrite : kCameraWrite;
