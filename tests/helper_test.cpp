@@ -184,6 +184,24 @@ TEST(LayoutQueryTest, DumpLines) {
     EXPECT_EQ(texts[6], "[dump]   [1] sizeInBytes:1536 rowStrideInBytes:64");
 }
 
+// The request line comes with every layout query, the hit's out-of-line one included, in the
+// name of query, and only when debug lines are on.
+TEST(LayoutQueryTest, RequestLineOnMissHitAndRefresh) {
+    testkit::SimFaults faults;
+    GrallocHelperAidlV2Imp helper;
+    auto r = request(64, 48, fmt(PixelFormat::YCRCB_420_SP), kCpuReadOften, 3);
+    const std::string line = "[query] Gralloc Request: u(0x3) f(0x11) w(64) h(48) BatchNum(3)";
+    zcam::GrallocStaticInfo info;
+    for (const bool refresh : {false, false, true}) {
+        LogCapture log;
+        ASSERT_EQ(helper.query(&r, &info, refresh), android::NO_ERROR);
+        EXPECT_EQ(log.count(line), 1u) << "refresh " << refresh;
+    }
+    LogCapture quiet(3, 2);  // warnings and errors only
+    ASSERT_EQ(helper.query(&r, &info, false), android::NO_ERROR);
+    EXPECT_FALSE(quiet.has("Gralloc Request"));
+}
+
 // An override of the interface's namers changes the dump.
 class RenamingHelper : public GrallocHelperAidlV2Imp {
 public:

@@ -72,6 +72,13 @@ private:
     pthread_mutex_t& mMutex;
 };
 
+// The request line of a layout query, out of line: a cache hit pays only for its gate.
+[[gnu::cold, gnu::noinline]] void logQueryRequest(const zcam::GrallocRequest& request) {
+    ZLOGD_FN("query", "[%s] Gralloc Request: u(0x%x) f(0x%x) w(%d) h(%d) BatchNum(%d)",
+             request.usage, request.format, request.widthInPixels, request.heightInPixels,
+             request.batchNum);
+}
+
 bool hasAliasEntry(int32_t format) {
     return format == static_cast<int32_t>(PixelFormat::IMPLEMENTATION_DEFINED) ||
            format == static_cast<int32_t>(PixelFormat::YCBCR_420_888) ||
@@ -118,20 +125,29 @@ int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
         ZLOGE_AT(1268, "[%s] NULL pStaticInfo");
         return -22;
     }
-    ZLOGD("[%s] Gralloc Request: u(0x%x) f(0x%x) w(%d) h(%d) BatchNum(%d)", request->usage,
-          request->format, request->widthInPixels, request->heightInPixels, request->batchNum);
+    if (zcam::logging::debugEnabled()) [[unlikely]] {
+        logQueryRequest(*request);
+    }
     MyRequest key;
     determine(*request, key);
+    if (refresh) [[unlikely]] {
+        return queryRefresh(key, staticInfo);
+    }
 
     AutoLock lock(mLock);
     const ssize_t index = indexOfLocked(key);
-    if (index >= 0) {
-        if (!refresh) {
-            mStreamInfoMap[index].second.copyTo(*staticInfo);
-            return 0;
-        }
-        mStreamInfoMap.erase(mStreamInfoMap.begin() + index);
+    if (index >= 0) [[likely]] {
+        mStreamInfoMap[index].second.copyTo(*staticInfo);
+        return 0;
     }
+    return queryMissLocked(key, staticInfo);
+}
+
+int GrallocHelperAidlV2Imp::queryRefresh(MyRequest& key,
+                                         zcam::GrallocStaticInfo* staticInfo) const {
+    AutoLock lock(mLock);
+    const ssize_t index = indexOfLocked(key);
+    if (index >= 0) mStreamInfoMap.erase(mStreamInfoMap.begin() + index);
     return queryMissLocked(key, staticInfo);
 }
 

@@ -1,10 +1,11 @@
 // The AIDL allocator v2 / AIMapper v5 implementation of IGrallocHelper.
 #pragma once
 
+#include <aidl/android/hardware/graphics/common/BufferUsage.h>
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <pthread.h>
 #include <sys/types.h>
 
-#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <utility>
@@ -30,15 +31,24 @@ struct MyStaticInfo : zcam::GrallocStaticInfo {
     uint32_t producerUsage = 0;
     uint32_t batchNum = 1;  // frames per buffer; divides slow-motion allocation sizes
 
-    // Assigns the caller-visible part to `out`; reuses the capacity of out's planes.
+    // Assigns the caller-visible part to `out`, reusing the capacity of out's planes. The planes
+    // go one field at a time: a layout has a handful of them, fewer than a copy call costs, and
+    // a call's wide stores slow down when the caller's storage straddles a page.
     void copyTo(zcam::GrallocStaticInfo& out) const {
-        if (&out == this) return;
         out.format = format;
         out.widthInPixels = widthInPixels;
         out.heightInPixels = heightInPixels;
-        if (out.planes.size() != planes.size()) out.planes.resize(planes.size());
-        std::copy(planes.begin(), planes.end(), out.planes.begin());
         out.isAFBC = isAFBC;
+        const size_t count = planes.size();
+        if (out.planes.size() != count) [[unlikely]] {
+            out.planes.resize(count);
+        }
+        const Plane* from = planes.data();
+        Plane* to = out.planes.data();
+        for (size_t i = 0; i < count; ++i) {
+            to[i].sizeInBytes = from[i].sizeInBytes;
+            to[i].rowStrideInBytes = from[i].rowStrideInBytes;
+        }
     }
 };
 
@@ -117,10 +127,14 @@ public:
     // Normalises a caller's request into a cache key; always 0. Inline: it is on the cache-hit
     // path of every layout query.
     static int determine(const zcam::GrallocRequest& request, MyRequest& out) {
-        constexpr int32_t kCpuBits = 0xFF;
-        constexpr int32_t kComposer = 0x800;
-        constexpr int32_t kCameraWrite = 0x20000;
-        constexpr int32_t kCameraReadWrite = 0x60000;
+        using aidl::android::hardware::graphics::common::BufferUsage;
+        using aidl::android::hardware::graphics::common::PixelFormat;
+        constexpr int32_t kCpuBits = static_cast<int32_t>(BufferUsage::CPU_READ_MASK) |
+                                     static_cast<int32_t>(BufferUsage::CPU_WRITE_MASK);
+        constexpr int32_t kComposer = static_cast<int32_t>(BufferUsage::COMPOSER_OVERLAY);
+        constexpr int32_t kCameraWrite = static_cast<int32_t>(BufferUsage::CAMERA_OUTPUT);
+        constexpr int32_t kCameraReadWrite =
+                kCameraWrite | static_cast<int32_t>(BufferUsage::CAMERA_INPUT);
 
         out.usage = request.usage;
         out.format = request.format;
@@ -129,23 +143,23 @@ public:
         out.batchNum = request.batchNum;
         out.isAFBC = false;
 
-        const int32_t format = request.format;
-        if (format >= 0x2600) {
-            if (isVendorBatchFormat(format)) return 0;
-        } else {
-            switch (format) {
-                case 0x22:  // IMPLEMENTATION_DEFINED
-                case 0x23:  // YCbCr_420_888
+        switch (static_cast<PixelFormat>(request.format)) {
+            case PixelFormat::IMPLEMENTATION_DEFINED:
+            case PixelFormat::YCBCR_420_888:
+                return 0;
+            case PixelFormat::RAW16:
+                out.usage |= kCameraWrite;
+                return 0;
+            case PixelFormat::BLOB:  // never goes to the composer
+                out.usage &= ~kComposer;
+                break;
+            default:
+                if (isVendorBatchFormat(request.format)) [[unlikely]] {
                     return 0;
-                case 0x20:  // RAW16
-                    out.usage |= kCameraWrite;
-                    return 0;
-                case 0x21:  // BLOB never goes to the composer
-                    out.usage &= ~kComposer;
-                    break;
-            }
+                }
+                break;
         }
-        out.usage |= (request.usage & kCpuBits) ? kCameraReadWrite : kCameraWrite;
+        out.usage |= (request.usage & kCpuBits) != 0 ? kCameraReadWrite : kCameraWrite;
         return 0;
     }
     // The probe: allocates, derives the layout, names the dma-buf and frees.
@@ -174,6 +188,10 @@ private:
         }
         return -1;
     }
+    // A layout request with the refresh flag: drops the key's entry, if any, and probes again.
+    // Out of line and taking the lock itself, so that a cache hit neither carries the flag
+    // across the lock nor the erase's move loop.
+    [[gnu::noinline]] int queryRefresh(MyRequest& key, zcam::GrallocStaticInfo* staticInfo) const;
     // A layout request that the cache could not answer: probe, store, answer.
     int queryMissLocked(MyRequest& key, zcam::GrallocStaticInfo* staticInfo) const;
 
