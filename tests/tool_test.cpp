@@ -170,10 +170,12 @@ TEST(LayoutToolTest, FileAndCommandLineRequestsKeepTheirOrder) {
             "# analysis stream\n"
             "\n"
             "   16x16 Y8 --usage=SW_READ_OFTEN   # trailing comment\n";
-    const ToolRun r = run({"--csv", "64x48", "NV12", "-f", "-", "32x32", "RGBA_8888"}, input);
-    ASSERT_EQ(r.code, kExitOk) << r.err;
+    const ToolRun r = run(
+            {"--csv", "64x48", "NV12", "-f", "-", "32x32", "RGBA_8888", "8x8", "RGBX_8888"}, input);
+    EXPECT_EQ(r.code, kExitNotAnswered) << r.err;  // RGBX_8888 has no layout rule
     const std::vector<std::string> rows = lines(r.out);
-    ASSERT_EQ(rows.size(), 1u + 2 + 1 + 1) << r.out;  // header, NV12's two planes, Y8, RGBA
+    // The header, NV12's two planes, Y8, RGBA and the failed request.
+    ASSERT_EQ(rows.size(), 1u + 2 + 1 + 1 + 1) << r.out;
     const auto columns = [](const std::string& row) {
         return std::count(row.begin(), row.end(), ',');
     };
@@ -181,6 +183,11 @@ TEST(LayoutToolTest, FileAndCommandLineRequestsKeepTheirOrder) {
     EXPECT_EQ(rows[1].rfind("1,argument 2,64,48,4096,NV12,", 0), 0u) << rows[1];
     EXPECT_EQ(rows[3].rfind("2,<stdin>:3,16,16,", 0), 0u) << rows[3];
     EXPECT_EQ(rows[4].rfind("3,argument 6,32,32,1,RGBA_8888,", 0), 0u) << rows[4];
+    EXPECT_EQ(rows[5].rfind("4,argument 8,8,8,2,RGBX_8888,0,0,0,failed,", 0), 0u) << rows[5];
+    EXPECT_NE(rows[5].find(",query failed: -2 (NAME_NOT_FOUND): [queryStaticInfo] Not support "
+                           "format: 0x2(RGBX_8888),"),
+              std::string::npos)
+            << rows[5];
 }
 
 TEST(LayoutToolTest, StrictTurnsADerivationWarningIntoAnExitCode) {

@@ -129,10 +129,8 @@ public:
             Error error;
             if (id == kWord) {
                 error = word(optarg, origin);
-            } else if (id == '?') {
-                error = unknownOption(argv.data(), argc);
-            } else if (id == ':') {
-                error = "option " + quoted(optionName(optopt)) + " needs a value";
+            } else if (id == '?' || id == ':') {
+                error = badOption(argv.data(), argc);
             } else {
                 error = optionWith(id, optarg);
             }
@@ -146,12 +144,16 @@ public:
     }
 
 private:
-    Error unknownOption(char** argv, int argc) const {
-        const std::string text = optind - 1 < argc ? argv[optind - 1] : "";
-        if (text.rfind("--", 0) == 0) {
-            if (optopt != 0) return "option " + quoted(optionName(optopt)) + " takes no value";
-            return "unknown option " + quoted(text.substr(0, text.find('=')));
+    // A known option with a value it must not have, or without one it needs (glibc and bionic
+    // disagree on which of '?' and ':' says which), or an unknown option.
+    static Error badOption(char** argv, int argc) {
+        if (const OptionSpec* spec = optopt != 0 ? findOption(optopt) : nullptr) {
+            return "option " + quoted(optionName(spec->id)) +
+                   (spec->hasArg == no_argument ? " takes no value" : " needs a value");
         }
+        const std::string text = optind - 1 < argc ? argv[optind - 1] : "";
+        if (text.rfind("--", 0) == 0)
+            return "unknown option " + quoted(text.substr(0, text.find('=')));
         return "unknown option " + quoted(std::string("-") + char(optopt));
     }
 
