@@ -363,7 +363,8 @@ void writeHelp(std::ostream& out) {
     list(Scope::Run);
     out << "\nA request file holds one request per line in the words above\n"
            "(1920x1080 IMPLEMENTATION_DEFINED --usage HW_TEXTURE|HW_COMPOSER); blank lines and\n"
-           "'#' comments are skipped.\n"
+           "'#' comments are skipped. In the text, '-' marks a figure the layout does not give\n"
+           "(the pixels of an opaque stride, the offset of a plane only sized).\n"
            "\nFORMAT: a number (decimal or 0x...) or one of\n ";
     for (const std::string& name : formatNames()) out << " " << name;
     out << "\nBITS: numbers and these words, joined by '|'\n ";
