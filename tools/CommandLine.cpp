@@ -374,6 +374,7 @@ void writeHelp(std::ostream& out) {
            "  ZYNCAM_SPHAL_PATH   ':'-separated folders searched for the mapper library\n"
            "  ZYNCAM_PROPERTIES   file of key=value system properties\n"
            "  ZYNCAM_ULOG_FILE    file that receives the camera log service's lines\n"
+           "  ZYNCAM_GRALLOC_PROFILE  device profile (JSON file) the simulated allocator follows\n"
            "\nExit codes:\n"
         << "  " << kExitOk << "  every request answered\n"
         << "  " << kExitNotAnswered
