@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "GrallocRecords.h"
@@ -75,5 +76,14 @@ const IGrallocLayoutCache* layoutCacheOf(const IGrallocHelper& helper);
 // composer bit, RAW16 gains the camera-write bit; IMPLEMENTATION_DEFINED, YCbCr_420_888 and the
 // vendor batch formats pass unchanged). Pure; any thread.
 GrallocRequest normalizeGrallocRequest(const GrallocRequest& request);
+
+// The names the helper's log lines and naming operations give: the same texts as
+// IGrallocHelper::queryPixelFormatName, queryGrallocUsageName and queryDataspaceName, without a
+// helper (so without the platform's gralloc services). An unknown format gives the empty
+// string, usage bits the library does not name are left out, an unknown dataspace starts with
+// its number in hexadecimal. Pure; any thread.
+std::string pixelFormatName(int format);
+std::string grallocUsageName(int usage);
+std::string dataspaceName(int dataspace);
 
 }  // namespace zcam

@@ -50,7 +50,8 @@ const std::vector<std::regex>& publicSurface() {
             std::regex(R"(NSCam::GrallocAllocatorAidlV2::AllocatorAidl::.*)"),
             std::regex(R"(android::(makeFromAidl|dupFromAidl|makeToAidl|dupToAidl|)"
                        R"(isAidlNativeHandleEmpty)\(.*)"),
-            std::regex(R"(zcam::(createGrallocHelper|layoutCacheOf|normalizeGrallocRequest)\(.*)"),
+            std::regex(R"(zcam::(createGrallocHelper|layoutCacheOf|normalizeGrallocRequest|)"
+                       R"(pixelFormatName|grallocUsageName|dataspaceName)(\[abi:cxx11\])?\(.*)"),
     };
     return kPatterns;
 }

@@ -494,4 +494,16 @@ GrallocRequest normalizeGrallocRequest(const GrallocRequest& request) {
     return out;
 }
 
+std::string pixelFormatName(int format) {
+    return GrallocAidlV2::gQueryPixelFormatName(format);
+}
+
+std::string grallocUsageName(int usage) {
+    return GrallocAidlV2::gQueryGrallocUsageName(usage);
+}
+
+std::string dataspaceName(int dataspace) {
+    return GrallocAidlV2::gQueryDataspaceNameHex(dataspace);
+}
+
 }  // namespace zcam

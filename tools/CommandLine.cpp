@@ -1,0 +1,388 @@
+#include "CommandLine.h"
+
+#include <getopt.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <variant>
+
+#include "LayoutQuery.h"
+#include "Vocabulary.h"
+
+namespace zyncam::tools {
+
+namespace {
+
+constexpr const char* kProgram = "gralloc-layout";
+
+// Codes getopt_long returns; long-only options count from 256, above every character.
+enum OptionId : int {
+    kWord = 1,  // a word that is not an option, returned in place
+    kOptBatch = 'b',
+    kOptFile = 'f',
+    kOptHelp = 'h',
+    kOptUsage = 'u',
+    kOptJson = 256,
+    kOptCsv,
+    kOptStrict,
+    kOptVerbose,
+    kOptVersion,
+    kOptRefresh,
+};
+
+// Run options shape the whole run; request options apply to the request just before them.
+enum class Scope { Run, Request };
+
+struct OptionSpec {
+    const char* name;
+    int hasArg;
+    int id;
+    Scope scope;
+    const char* valueName;
+    const char* help;
+};
+
+constexpr OptionSpec kOptions[] = {
+        {"usage", required_argument, kOptUsage, Scope::Request, "BITS",
+         "usage bits of the request: names or numbers joined by '|' (default 0)"},
+        {"batch", required_argument, kOptBatch, Scope::Request, "N",
+         "slow-motion frames per buffer the request asks for, 0..32 (default 0)"},
+        {"refresh", no_argument, kOptRefresh, Scope::Request, nullptr,
+         "probe the request again even when its layout is cached"},
+        {"file", required_argument, kOptFile, Scope::Run, "FILE",
+         "read requests from FILE, one per line ('-': standard input)"},
+        {"json", no_argument, kOptJson, Scope::Run, nullptr,
+         "print one JSON document: requests, answers, totals"},
+        {"csv", no_argument, kOptCsv, Scope::Run, nullptr, "print CSV, one row per plane"},
+        {"strict", no_argument, kOptStrict, Scope::Run, nullptr,
+         "exit with 4 when the library warned while deriving a layout"},
+        {"verbose", no_argument, kOptVerbose, Scope::Run, nullptr,
+         "let every line the library logs through to the Android log"},
+        {"help", no_argument, kOptHelp, Scope::Run, nullptr, "print this help"},
+        {"version", no_argument, kOptVersion, Scope::Run, nullptr, "print the version"},
+};
+
+const OptionSpec* findOption(int id) {
+    for (const OptionSpec& spec : kOptions) {
+        if (spec.id == id) return &spec;
+    }
+    return nullptr;
+}
+
+std::string optionName(int id) {
+    const OptionSpec* spec = findOption(id);
+    return spec != nullptr ? std::string("--") + spec->name : std::string("-") + char(id);
+}
+
+const std::vector<option>& longOptions() {
+    static const std::vector<option> table = [] {
+        std::vector<option> options;
+        for (const OptionSpec& spec : kOptions) {
+            options.push_back({spec.name, spec.hasArg, nullptr, spec.id});
+        }
+        options.push_back({nullptr, 0, nullptr, 0});
+        return options;
+    }();
+    return table;
+}
+
+// '-': words come back in place, so options apply to the request before them; ':': a missing
+// value is told apart from an unknown option.
+const std::string& shortOptions() {
+    static const std::string text = [] {
+        std::string letters = "-:";
+        for (const OptionSpec& spec : kOptions) {
+            if (spec.id >= kOptJson) continue;
+            letters += char(spec.id);
+            if (spec.hasArg == required_argument) letters += ':';
+        }
+        return letters;
+    }();
+    return text;
+}
+
+using Error = std::optional<std::string>;
+
+// The words of one source (the command line, or one line of a request file) turned into
+// settings and requests.
+class WordReader {
+public:
+    WordReader(Settings& settings, bool oneLine) : mSettings(settings), mOneLine(oneLine) {}
+
+    // Command line only: the request files named, in order among the requests.
+    using Item = std::variant<RequestSpec, std::string>;
+    std::vector<Item>& items() { return mItems; }
+
+    Error read(std::vector<std::string>& words, const std::string& lineOrigin) {
+        std::vector<char*> argv;
+        for (std::string& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        const int argc = static_cast<int>(words.size());
+        optind = 0;  // a fresh scan (glibc and bionic alike)
+        opterr = 0;
+        int id;
+        while ((id = getopt_long(argc, argv.data(), shortOptions().c_str(), longOptions().data(),
+                                 nullptr)) != -1) {
+            const std::string origin =
+                    mOneLine ? lineOrigin : "argument " + std::to_string(optind - 1);
+            Error error;
+            if (id == kWord) {
+                error = word(optarg, origin);
+            } else if (id == '?' || id == ':') {
+                error = badOption(argv.data(), argc);
+            } else {
+                error = optionWith(id, optarg);
+            }
+            if (error) return error;
+        }
+        for (int i = optind; i < argc; ++i) {  // after "--"
+            const std::string origin = mOneLine ? lineOrigin : "argument " + std::to_string(i);
+            if (Error error = word(argv[i], origin)) return error;
+        }
+        return finish();
+    }
+
+private:
+    // A known option with a value it must not have, or without one it needs (glibc and bionic
+    // disagree on which of '?' and ':' says which), or an unknown option.
+    static Error badOption(char** argv, int argc) {
+        if (const OptionSpec* spec = optopt != 0 ? findOption(optopt) : nullptr) {
+            return "option " + quoted(optionName(spec->id)) +
+                   (spec->hasArg == no_argument ? " takes no value" : " needs a value");
+        }
+        const std::string text = optind - 1 < argc ? argv[optind - 1] : "";
+        if (text.rfind("--", 0) == 0)
+            return "unknown option " + quoted(text.substr(0, text.find('=')));
+        return "unknown option " + quoted(std::string("-") + char(optopt));
+    }
+
+    Error word(const char* text, const std::string& origin) {
+        if (!mOneLine && !mSettings.names.empty()) {
+            if (mSettings.names.size() == 3) return "names takes a kind and a value";
+            mSettings.names.emplace_back(text);
+            return std::nullopt;
+        }
+        if (mAwaitingFormat) {
+            const auto format = parseFormat(text);
+            if (!format) return "unknown format " + quoted(text) + "; --help lists the names";
+            mCurrent->request.format = *format;
+            mAwaitingFormat = false;
+            return std::nullopt;
+        }
+        if (!mOneLine && mItems.empty() && strcmp(text, "names") == 0) {
+            mSettings.names.emplace_back(text);
+            return std::nullopt;
+        }
+        if (mOneLine && mCurrent != nullptr) return "one request per line";
+        const auto size = parseSize(text);
+        if (!size) return "bad size " + quoted(text) + " (expected WxH, as 1920x1080)";
+        RequestSpec spec;
+        spec.request.widthInPixels = size->width;
+        spec.request.heightInPixels = size->height;
+        spec.origin = origin;
+        mCurrent = &std::get<RequestSpec>(mItems.emplace_back(std::move(spec)));
+        mAwaitingFormat = true;
+        return std::nullopt;
+    }
+
+    Error optionWith(int id, const char* value) {
+        const OptionSpec* spec = findOption(id);
+        if (spec->scope == Scope::Request) {
+            if (mCurrent == nullptr || mAwaitingFormat) {
+                return optionName(id) + " needs a request (WxH FORMAT) before it";
+            }
+            return requestOption(id, value);
+        }
+        if (mOneLine) return optionName(id) + " is not a request option";
+        switch (id) {
+            case kOptFile:
+                if (!mSettings.names.empty()) return std::string("names takes no requests");
+                if (Error error = finish()) return error;
+                mItems.emplace_back(std::string(value));
+                mCurrent = nullptr;
+                return std::nullopt;
+            case kOptJson:
+            case kOptCsv: {
+                const Output output = id == kOptJson ? Output::Json : Output::Csv;
+                if (mSettings.output != Output::Text && mSettings.output != output) {
+                    return std::string("--json and --csv exclude each other");
+                }
+                mSettings.output = output;
+                return std::nullopt;
+            }
+            case kOptStrict:
+                mSettings.strict = true;
+                return std::nullopt;
+            case kOptVerbose:
+                mSettings.verbose = true;
+                return std::nullopt;
+            case kOptHelp:
+                mSettings.help = true;
+                return std::nullopt;
+            case kOptVersion:
+                mSettings.version = true;
+                return std::nullopt;
+            default:
+                return "option " + quoted(optionName(id)) + " is not handled";
+        }
+    }
+
+    Error requestOption(int id, const char* value) {
+        zcam::GrallocRequest& request = mCurrent->request;
+        switch (id) {
+            case kOptUsage: {
+                const auto usage = parseUsage(value);
+                if (!usage) return "bad usage " + quoted(value) + "; --help lists the names";
+                request.usage = static_cast<int32_t>(*usage);
+                return std::nullopt;
+            }
+            case kOptBatch: {
+                const auto batch = parseNumber(value);
+                if (!batch || *batch > kMaxBatchCount) {
+                    return "bad batch " + quoted(value) + " (0.." + std::to_string(kMaxBatchCount) +
+                           ")";
+                }
+                request.batchNum = static_cast<int32_t>(*batch);
+                return std::nullopt;
+            }
+            case kOptRefresh:
+                mCurrent->refresh = true;
+                return std::nullopt;
+            default:
+                return "option " + quoted(optionName(id)) + " is not handled";
+        }
+    }
+
+    Error finish() const {
+        if (mAwaitingFormat) {
+            return "request " +
+                   quoted(std::to_string(mCurrent->request.widthInPixels) + "x" +
+                          std::to_string(mCurrent->request.heightInPixels)) +
+                   " needs a format";
+        }
+        if (!mSettings.names.empty() && mSettings.names.size() != 3) {
+            return std::string("names takes a kind and a value");
+        }
+        return std::nullopt;
+    }
+
+    Settings& mSettings;
+    const bool mOneLine;
+    std::vector<Item> mItems;
+    RequestSpec* mCurrent = nullptr;
+    bool mAwaitingFormat = false;
+};
+
+std::vector<std::string> splitWords(const std::string& line) {
+    constexpr const char* kBlanks = " \t\r\v\f";
+    std::vector<std::string> words;
+    size_t start = line.find_first_not_of(kBlanks);
+    while (start != std::string::npos) {
+        const size_t end = line.find_first_of(kBlanks, start);
+        words.push_back(line.substr(start, end - start));
+        start = line.find_first_not_of(kBlanks, end);
+    }
+    return words;
+}
+
+// Requests of a file, one per line in the words of the command line; '#' starts a comment.
+Error readFile(const std::string& path, std::istream& input, Settings& settings) {
+    std::ifstream file;
+    std::istream* in = &input;
+    std::string label = "<stdin>";
+    if (path != "-") {
+        file.open(path);
+        if (!file) return "cannot read " + quoted(path) + ": " + strerror(errno);
+        in = &file;
+        label = quoted(path);
+    }
+    std::string line;
+    for (size_t number = 1; std::getline(*in, line); ++number) {
+        const std::string origin = label + ":" + std::to_string(number);
+        line.erase(std::min(line.find('#'), line.size()));
+        if (line.find('\0') != std::string::npos) return origin + ": a NUL byte in the line";
+        std::vector<std::string> words = splitWords(line);
+        if (words.empty()) continue;
+        words.insert(words.begin(), kProgram);
+        WordReader reader(settings, true);
+        if (Error error = reader.read(words, origin)) return origin + ": " + *error;
+        if (reader.items().empty()) return origin + ": no request in the line";
+        settings.requests.push_back(std::get<RequestSpec>(reader.items().front()));
+    }
+    if (in->bad()) return "cannot read " + label;
+    return std::nullopt;
+}
+
+}  // namespace
+
+Error parseCommandLine(int argc, char** argv, std::istream& input, Settings& settings) {
+    std::vector<std::string> words(argv, argv + argc);
+    if (words.empty()) words.emplace_back(kProgram);
+    WordReader reader(settings, false);
+    if (Error error = reader.read(words, "")) return error;
+    // Files are read once the command line is done: getopt_long serves one scan at a time.
+    for (auto& item : reader.items()) {
+        if (auto* spec = std::get_if<RequestSpec>(&item)) {
+            settings.requests.push_back(std::move(*spec));
+        } else if (Error error = readFile(std::get<std::string>(item), input, settings)) {
+            return error;
+        }
+    }
+    if (!settings.names.empty() && !settings.requests.empty()) {
+        return std::string("names takes no requests");
+    }
+    return std::nullopt;
+}
+
+void writeHelp(std::ostream& out) {
+    out << "usage: gralloc-layout [OPTIONS] WxH FORMAT [REQUEST OPTIONS] [WxH FORMAT ...]\n"
+           "       gralloc-layout [OPTIONS] -f FILE\n"
+           "       gralloc-layout names format|usage|dataspace VALUE\n"
+           "\n"
+           "Asks the gralloc helper what layout a buffer of each request gets: the usage it is\n"
+           "probed with, what the allocator made of it, every plane, and the warnings the\n"
+           "library logged on the way. Requests share one helper, so a repeated one is answered\n"
+           "from its cache. names turns a value into the library's name, or a name into its\n"
+           "value.\n"
+           "\n"
+           "Request options (after the request they change):\n";
+    auto list = [&](Scope scope) {
+        for (const OptionSpec& spec : kOptions) {
+            if (spec.scope != scope) continue;
+            std::string flags =
+                    spec.id < kOptJson ? std::string("-") + char(spec.id) + ", " : "    ";
+            flags += std::string("--") + spec.name;
+            if (spec.valueName != nullptr) flags += std::string(" ") + spec.valueName;
+            out << "  " << flags << std::string(flags.size() < 20 ? 20 - flags.size() : 1, ' ')
+                << spec.help << "\n";
+        }
+    };
+    list(Scope::Request);
+    out << "\nOptions:\n";
+    list(Scope::Run);
+    out << "\nA request file holds one request per line in the words above\n"
+           "(1920x1080 IMPLEMENTATION_DEFINED --usage HW_TEXTURE|HW_COMPOSER); blank lines and\n"
+           "'#' comments are skipped. In the text, '-' marks a figure the layout does not give\n"
+           "(the pixels of an opaque stride, the offset of a plane only sized).\n"
+           "\nFORMAT: a number (decimal or 0x...) or one of\n ";
+    for (const std::string& name : formatNames()) out << " " << name;
+    out << "\nBITS: numbers and these words, joined by '|'\n ";
+    for (const std::string& word : usageWords()) out << " " << word;
+    out << "\n"
+           "\nEnvironment (simulated platform on a workstation):\n"
+           "  ZYNCAM_SPHAL_PATH   ':'-separated folders searched for the mapper library\n"
+           "  ZYNCAM_PROPERTIES   file of key=value system properties\n"
+           "  ZYNCAM_ULOG_FILE    file that receives the camera log service's lines\n"
+           "  ZYNCAM_GRALLOC_PROFILE  device profile (JSON file) the simulated allocator follows\n"
+           "\nExit codes:\n"
+        << "  " << kExitOk << "  every request answered\n"
+        << "  " << kExitNotAnswered
+        << "  a request not answered (failed, or refused because the library would abort),\n"
+           "     or the allocator service or the mapper library missing\n"
+        << "  " << kExitBadInput << "  malformed command line or request file\n"
+        << "  " << kExitUnnamed << "  names: the library has no name for the value\n"
+        << "  " << kExitWarned << "  --strict: the library warned while deriving a layout\n";
+}
+
+}  // namespace zyncam::tools

@@ -1,0 +1,46 @@
+// gralloc-layout's command line and request files.
+#pragma once
+
+#include <GrallocRecords.h>
+
+#include <istream>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace zyncam::tools {
+
+enum class Output { Text, Json, Csv };
+
+// One layout request and where it was written.
+struct RequestSpec {
+    zcam::GrallocRequest request;
+    bool refresh = false;
+    std::string origin;  // "argument 3", "'session.txt':12", "<stdin>:4"
+};
+
+struct Settings {
+    Output output = Output::Text;
+    bool strict = false;
+    bool verbose = false;
+    bool help = false;
+    bool version = false;
+    std::vector<std::string> names;  // "names", kind, value
+    std::vector<RequestSpec> requests;
+};
+
+// Frames the largest vendor batch format carries: the most a --batch may ask for.
+inline constexpr uint32_t kMaxBatchCount = 32;
+
+// Reads the command line and, in their places among the requests, the request files it names
+// ("-" reads `input`). Options are getopt_long's: "--opt=value" or "--opt value", unique
+// abbreviations, "--" ends them. Returns the first problem as one line (without the program's
+// name, input quoted), or nothing. Uses getopt_long's globals: one caller at a time.
+std::optional<std::string> parseCommandLine(int argc, char** argv, std::istream& input,
+                                            Settings& settings);
+
+// Synopsis, options, accepted format and usage names, environment variables and exit codes.
+void writeHelp(std::ostream& out);
+
+}  // namespace zyncam::tools

@@ -1,0 +1,157 @@
+#include "LayoutSession.h"
+
+#include <aidl/android/hardware/graphics/common/BufferUsage.h>
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
+#include <utils/Errors.h>
+
+#include "Vocabulary.h"
+
+namespace zyncam::tools {
+
+namespace {
+
+using aidl::android::hardware::graphics::common::BufferUsage;
+using aidl::android::hardware::graphics::common::PixelFormat;
+
+constexpr uint32_t kUsageProtected = static_cast<uint32_t>(BufferUsage::PROTECTED);
+constexpr int32_t kFormatNv12 = 0x1000;  // vendor
+constexpr unsigned kBitsPerByte = 8;
+
+bool is(int32_t format, PixelFormat f) {
+    return format == static_cast<int32_t>(f);
+}
+
+// Bits one pixel (single-plane formats) or one sample (YUV planes) takes; 0 when the format
+// does not say (BLOB, the opaque formats).
+unsigned bitsPerSample(int32_t format) {
+    switch (static_cast<PixelFormat>(format)) {
+        case PixelFormat::RGBA_8888:
+        case PixelFormat::RGBX_8888:
+        case PixelFormat::BGRA_8888:
+            return 32;
+        case PixelFormat::RGB_888:
+            return 24;
+        case PixelFormat::RGB_565:
+        case PixelFormat::RAW16:
+        case PixelFormat::Y16:
+        case PixelFormat::YCBCR_422_I:
+        case PixelFormat::YCBCR_P010:
+            return 16;
+        case PixelFormat::RAW12:
+            return 12;
+        case PixelFormat::RAW10:
+            return 10;
+        case PixelFormat::Y8:
+        case PixelFormat::YCRCB_420_SP:
+        case PixelFormat::YV12:
+            return 8;
+        default:
+            return format == kFormatNv12 ? 8 : 0;
+    }
+}
+
+// Whether plane offsets follow from the plane sizes: the derivation measures the planes of
+// YCrCb_420_SP and of unprotected YV12 as distances between the addresses a CPU lock gives.
+bool planesAreMeasured(const zcam::GrallocCachedLayout& layout) {
+    const int32_t format = layout.info.format;
+    return layout.info.planes.size() == 1 || is(format, PixelFormat::YCRCB_420_SP) ||
+           (is(format, PixelFormat::YV12) && (layout.allocatorUsage & kUsageProtected) == 0);
+}
+
+std::vector<PlaneAnswer> describePlanes(const zcam::GrallocCachedLayout& layout) {
+    const unsigned bits = bitsPerSample(layout.info.format);
+    const bool measured = planesAreMeasured(layout);
+    std::vector<PlaneAnswer> planes;
+    uint64_t offset = 0;
+    for (const auto& plane : layout.info.planes) {
+        PlaneAnswer p;
+        p.strideBytes = plane.rowStrideInBytes;
+        p.sizeBytes = plane.sizeInBytes;
+        p.sampleUnit = planes.empty() ? "px" : "samples";
+        const uint64_t strideBits = uint64_t{plane.rowStrideInBytes} * kBitsPerByte;
+        if (bits != 0 && strideBits % bits == 0) p.strideSamples = strideBits / bits;
+        if (plane.rowStrideInBytes != 0 && plane.sizeInBytes % plane.rowStrideInBytes == 0) {
+            p.rows = plane.sizeInBytes / plane.rowStrideInBytes;
+        }
+        if (measured) p.offset = offset;
+        offset += plane.sizeInBytes;
+        planes.push_back(p);
+    }
+    return planes;
+}
+
+// The first error line of the library, to say why a query failed.
+std::string libraryReason(const std::vector<std::string>& errors) {
+    return errors.empty() ? std::string() : ": " + errors.front();
+}
+
+}  // namespace
+
+std::string statusName(int status) {
+    switch (status) {
+        case android::OK:
+            return "OK";
+        case android::BAD_VALUE:
+            return "BAD_VALUE";
+        case android::NO_MEMORY:
+            return "NO_MEMORY";
+        case android::NAME_NOT_FOUND:
+            return "NAME_NOT_FOUND";
+        case android::NO_INIT:
+            return "NO_INIT";
+        case android::UNKNOWN_ERROR:
+            return "UNKNOWN_ERROR";
+        default:
+            return "";
+    }
+}
+
+LayoutSession::LayoutSession(zcam::IGrallocHelper& helper, const zcam::IGrallocLayoutCache& cache,
+                             LibraryLog& log)
+    : mHelper(helper), mCache(cache), mLog(log) {}
+
+std::optional<std::string> LayoutSession::refusal(const zcam::GrallocRequest& request,
+                                                  const zcam::GrallocRequest& probed) {
+    const uint32_t usage = static_cast<uint32_t>(probed.usage);
+    if ((usage & kUsageProtected) == 0) return std::nullopt;
+    // The probe allocates with the normalised usage; the allocator decides the format.
+    const int32_t resolved = mHelper.getGrallocExtraFormat(probed.format, usage);
+    if (!is(resolved, PixelFormat::YCRCB_420_SP)) return std::nullopt;
+    std::string reason = "refused: ";
+    if (resolved != request.format) {
+        reason += formatText(request.format) + " with usage " + hex(usage) + " resolves to " +
+                  formatText(resolved) + "; ";
+    }
+    return reason + "the library locates the planes of " + formatText(resolved) +
+           " through a CPU lock, which a PROTECTED buffer refuses, and would end the process";
+}
+
+Answer LayoutSession::answer(const RequestSpec& spec) {
+    Answer a;
+    a.probed = zcam::normalizeGrallocRequest(spec.request);
+    if (auto reason = refusal(spec.request, a.probed)) {
+        a.outcome = Outcome::Refused;
+        a.reason = *reason;
+        return a;
+    }
+    zcam::GrallocCachedLayout cached;
+    a.fromCache = !spec.refresh && mCache.findCachedLayout(spec.request, false, &cached);
+
+    mLog.clear();
+    zcam::GrallocStaticInfo info;
+    a.status = mHelper.query(&spec.request, &info, spec.refresh);
+    a.warnings = mLog.warnings();
+    if (a.status != android::OK) {
+        const std::string name = statusName(a.status);
+        a.outcome = Outcome::Failed;
+        a.reason = "query failed: " + std::to_string(a.status) +
+                   (name.empty() ? "" : " (" + name + ")") + libraryReason(mLog.errors());
+        return a;
+    }
+    // The entry the answer came from; AFBC layouts are stored under their own flag.
+    if (!mCache.findCachedLayout(spec.request, info.isAFBC, &a.layout)) a.layout.info = info;
+    a.planes = describePlanes(a.layout);
+    return a;
+}
+
+}  // namespace zyncam::tools

@@ -1,0 +1,38 @@
+// gralloc-layout's answers as text, one JSON document, or CSV.
+#pragma once
+
+#include <ostream>
+#include <vector>
+
+#include "CommandLine.h"
+#include "LayoutSession.h"
+
+namespace zyncam::tools {
+
+struct Totals {
+    size_t requests = 0;
+    size_t answered = 0;
+    size_t probes = 0;
+    size_t cacheHits = 0;
+    size_t failed = 0;
+    size_t refused = 0;
+    size_t warnings = 0;
+};
+
+Totals count(const std::vector<Answer>& answers);
+
+// answers[i] answers requests[i]. Failed and refused requests appear in JSON and CSV with
+// their reason; the text leaves them to the error stream and counts them.
+void writeReport(Output output, const std::vector<RequestSpec>& requests,
+                 const std::vector<Answer>& answers, std::ostream& out);
+
+// One value of `names`: its number, the library's name and whether the name covers it all.
+struct NameAnswer {
+    std::string kind;
+    uint32_t value = 0;
+    std::string name;
+    bool named = false;
+};
+void writeName(Output output, const NameAnswer& answer, std::ostream& out);
+
+}  // namespace zyncam::tools
