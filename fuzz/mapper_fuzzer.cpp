@@ -2,7 +2,8 @@
 // of getGrallocMeta and setGrallocMeta, over metadata bytes the fuzzer chooses.
 //
 // Input: a count of operations (1 to 4), per operation {u8 op, u8 param, u16 size}, a flags
-// byte, then the mapper's metadata answers, each {i32 result, u16 length, bytes}.
+// byte, then the mapper's metadata answers, each {u8 kind, u16 length, bytes} and, for a
+// claimed size, {i32 result}.
 #include <aidl/android/hardware/graphics/allocator/AllocationError.h>
 #include <aidl/android/hardware/graphics/allocator/BnAllocator.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
@@ -71,6 +72,16 @@ enum Op : uint8_t {
 };
 constexpr size_t kMaxOps = 4;
 constexpr size_t kMaxAnswers = 8;
+// The adapter allocates whatever size the mapper claims (up to 2 GiB); larger claims than this
+// only slow the search down without reaching new code.
+constexpr int32_t kMaxClaimedSize = 1 << 16;
+
+enum AnswerKind : uint8_t {
+    kBlob,            // the bytes, answered with their own size
+    kClaimedSize,     // the bytes, answered with the size (or error) that follows them
+    kDynamicPayload,  // the bytes as an HDR10+ payload, properly encoded
+    kAnswerKinds,
+};
 constexpr uint8_t kFlagAcquireFence = 1 << 0;
 constexpr uint8_t kParamExactSize = 1 << 7;   // the record's own size instead of the input's
 constexpr uint8_t kParamNullOutput = 1 << 6;  // the YCbCr lock gets no record
@@ -210,6 +221,26 @@ void setMetaOp(uint8_t param, uint16_t inputSize, const std::vector<uint8_t>& pa
     if (!delivered) fail("setGrallocMeta(type %d) handed the mapper something else", type);
 }
 
+// One scripted answer; `raw` gets its bytes as the input had them.
+MetadataAnswer takeAnswer(zyncam::fuzz::Input& input, std::vector<uint8_t>* raw) {
+    const auto kind = static_cast<AnswerKind>(input.take<uint8_t>() % kAnswerKinds);
+    MetadataAnswer answer;
+    answer.bytes = input.bytes(input.take<uint16_t>());
+    *raw = answer.bytes;
+    if (kind == kDynamicPayload) {
+        using Codec = StandardMetadata<StandardMetadataType::SMPTE2094_40>::value;
+        const std::optional<std::vector<uint8_t>> payload = answer.bytes;
+        answer.bytes.resize(static_cast<size_t>(Codec::encode(payload, nullptr, 0)));
+        (void)Codec::encode(payload, answer.bytes.data(), answer.bytes.size());
+    }
+    answer.result = static_cast<int32_t>(answer.bytes.size());
+    if (kind == kClaimedSize) {
+        answer.result = input.take<int32_t>();
+        if (answer.result > kMaxClaimedSize) answer.result %= kMaxClaimedSize + 1;
+    }
+    return answer;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -242,14 +273,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const auto flags = input.take<uint8_t>();
     std::vector<MetadataAnswer> answers;
+    std::vector<uint8_t> payload;  // what the setters hand over: the first answer's bytes
+    std::vector<uint8_t> raw;
     while (input.left() != 0 && answers.size() < kMaxAnswers) {
-        MetadataAnswer answer;
-        answer.result = input.take<int32_t>();
-        answer.bytes = input.bytes(input.take<uint16_t>());
-        answers.push_back(std::move(answer));
+        answers.push_back(takeAnswer(input, &raw));
+        if (answers.size() == 1) payload = raw;
     }
-    const std::vector<uint8_t> payload =
-            answers.empty() ? std::vector<uint8_t>() : answers.front().bytes;
 
     FuzzMapperState& state = *gSetup->state;
     for (const Step& step : steps) {

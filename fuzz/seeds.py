@@ -88,32 +88,41 @@ EXACT_SIZE = 0x80
 WITH_FENCE = 1
 
 
+BLOB, CLAIMED_SIZE, DYNAMIC_PAYLOAD = range(3)
+
+
 def mapper_input(steps, answers, flags=0):
+    """answers: (BLOB or DYNAMIC_PAYLOAD, bytes) or (CLAIMED_SIZE, bytes, result)."""
     out = struct.pack("<B", len(steps) - 1)
     for op, param, size in steps:
         out += struct.pack("<BBH", op, param, size)
     out += struct.pack("<B", flags)
-    for result, data in answers:
-        out += struct.pack("<iH", len(data) if result is None else result, len(data)) + data
+    for kind, data, *result in answers:
+        out += struct.pack("<BH", kind, len(data)) + data
+        if kind == CLAIMED_SIZE:
+            out += struct.pack("<i", result[0])
     return out
 
 
 def mapper_seeds():
     seeds = {
-        "ycbcr-nv21": mapper_input([(LOCK_YCBCR, 0, 0)], [(None, NV21)], WITH_FENCE),
-        "ycbcr-yv12": mapper_input([(LOCK_YCBCR, 0, 0)], [(None, YV12)]),
-        "bpp-rgba": mapper_input([(LOCK_BPP, 0, 0), (LOCK_PLAIN, 0, 0)], [(None, RGBA)],
+        "ycbcr-nv21": mapper_input([(LOCK_YCBCR, 0, 0)], [(BLOB, NV21)], WITH_FENCE),
+        "ycbcr-yv12": mapper_input([(LOCK_YCBCR, 0, 0)], [(BLOB, YV12)]),
+        "bpp-rgba": mapper_input([(LOCK_BPP, 0, 0), (LOCK_PLAIN, 0, 0)], [(BLOB, RGBA)],
                                  WITH_FENCE),
         "plane-layouts-600": mapper_input([(PLANE_LAYOUTS_OP, 0, 0)],
-                                          [(None, NV21 + bytes(112))]),
+                                          [(BLOB, NV21 + bytes(112))]),
         "get-smpte2086": mapper_input([(GET_META, EXACT_SIZE | 0, 0)],
-                                      [(None, SMPTE2086_VALUE)]),
-        "get-cta861-3": mapper_input([(GET_META, EXACT_SIZE | 1, 0)], [(None, CTA861_3_VALUE)]),
-        "get-hdr10-plus": mapper_input([(GET_META, EXACT_SIZE | 2, 0)], [(None, HDR10_PLUS)]),
+                                      [(BLOB, SMPTE2086_VALUE)]),
+        "get-cta861-3": mapper_input([(GET_META, EXACT_SIZE | 1, 0)], [(BLOB, CTA861_3_VALUE)]),
+        "get-hdr10-plus": mapper_input([(GET_META, EXACT_SIZE | 2, 0)],
+                                       [(DYNAMIC_PAYLOAD, bytes(range(200)))]),
         "get-unsupported": mapper_input([(GET_META, EXACT_SIZE | 1, 0)],
-                                        [(-7, b"")]),
-        "set-hdr10-plus": mapper_input([(SET_META, 2, 0)], [(None, bytes(range(48)))]),
-        "set-smpte2086": mapper_input([(SET_META, EXACT_SIZE | 0, 0)], [(None, bytes(40))]),
+                                        [(CLAIMED_SIZE, b"", -7)]),
+        "get-bad-value": mapper_input([(GET_META, EXACT_SIZE | 0, 0)],
+                                      [(CLAIMED_SIZE, b"", -3)]),
+        "set-hdr10-plus": mapper_input([(SET_META, 2, 0)], [(BLOB, bytes(range(48)))]),
+        "set-smpte2086": mapper_input([(SET_META, EXACT_SIZE | 0, 0)], [(BLOB, bytes(40))]),
     }
     for name, data in seeds.items():
         write("mapper_fuzzer", name, data)
