@@ -4,7 +4,8 @@
 // outlives its query, except the one a failed ION-descriptor query leaves behind on purpose.
 //
 // Input: up to four requests, each {i32 width, i32 height, i32 format, i32 usage, i32 batch,
-// u8 flags}.
+// u8 flags} and, when the flags say so, {u8 attribute, i64 value}: an extension attribute of
+// the probe buffer that the simulated extension misreports.
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
 #include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <gralloc_extra.h>
@@ -12,7 +13,9 @@
 #include <zyncam_host/Platform.h>
 #include <zyncam_host/SimGralloc.h>
 
+#include <iterator>
 #include <memory>
+#include <optional>
 
 #include "FuzzSupport.h"
 #include "GrallocHelper.h"
@@ -24,6 +27,15 @@ using zyncam::fuzz::fail;
 constexpr size_t kMaxRequests = 4;
 constexpr uint8_t kFlagRefresh = 1 << 0;
 constexpr uint8_t kFlagIonQueryFails = 1 << 1;
+constexpr uint8_t kFlagExtensionLies = 1 << 2;
+// Attributes the layout derivation reads and may be told anything about. Width and height are
+// not among them: the derivation locks that region for YUV layouts, and a failed lock there
+// ends the process by design.
+constexpr int kMisreportable[] = {
+        GRALLOC_EXTRA_GET_STRIDE,     GRALLOC_EXTRA_GET_VERTICAL_STRIDE,
+        GRALLOC_EXTRA_GET_ALLOC_SIZE, GRALLOC_EXTRA_GET_FORMAT,
+        GRALLOC_EXTRA_GET_USAGE,      GRALLOC_EXTRA_GET_PRODUCER_USAGE,
+};
 // Each failed ION-descriptor query strands a probe buffer and its descriptors; past this many
 // the fault is no longer injected, so that long runs stay within the descriptor limit.
 constexpr int kMaxStrandedBuffers = 64;
@@ -60,10 +72,17 @@ zcam::GrallocStaticInfo sentinel() {
     return info;
 }
 
-void query(const zcam::GrallocRequest& request, bool refresh, bool ionQueryFails) {
+struct Misreport {
+    int attribute;
+    int64_t value;
+};
+
+void query(const zcam::GrallocRequest& request, bool refresh, bool ionQueryFails,
+           std::optional<Misreport> misreport) {
     const auto before = zyncam::sim::counters();
     const int fdsBefore = zyncam::host::openFdCount();
     if (ionQueryFails) zyncam::sim::overrideExtraQuery(GRALLOC_EXTRA_GET_ION_FD, kNoDescriptor);
+    if (misreport) zyncam::sim::overrideExtraQuery(misreport->attribute, misreport->value);
     zcam::GrallocStaticInfo info = sentinel();
     const int result = gHelper->query(&request, &info, refresh);
     zyncam::sim::resetFaults();
@@ -145,8 +164,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         request.usage = input.take<int32_t>();
         request.batchNum = input.take<int32_t>();
         const auto flags = input.take<uint8_t>();
+        std::optional<Misreport> misreport;
+        if (flags & kFlagExtensionLies) {
+            const auto choice = input.take<uint8_t>() % std::size(kMisreportable);
+            misreport = Misreport{kMisreportable[choice], input.take<int64_t>()};
+        }
         query(request, flags & kFlagRefresh,
-              (flags & kFlagIonQueryFails) && gStranded < kMaxStrandedBuffers);
+              (flags & kFlagIonQueryFails) && gStranded < kMaxStrandedBuffers, misreport);
     }
     return 0;
 }

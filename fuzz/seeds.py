@@ -157,6 +157,9 @@ def layout_seeds():
     def request(width, height, fmt, usage, batch=0, flags=0):
         return struct.pack("<iiiiiB", width, height, fmt, usage, batch, flags)
 
+    def misreported(width, height, fmt, usage, attribute, value):
+        return request(width, height, fmt, usage, 0, 4) + struct.pack("<Bq", attribute, value)
+
     seeds = {
         "nv21-preview": request(1920, 1080, 0x11, 0x33),
         "rgba-refresh": request(1920, 1080, 0x1, 0x100) + request(1920, 1080, 0x1, 0x100, 0, 1),
@@ -166,6 +169,9 @@ def layout_seeds():
         "blob-raw16": request(4000, 3000, 0x21, 0x800) + request(4000, 3000, 0x20, 0),
         "batch-format": request(1280, 736, 0x2601, 0x20000),
         "ion-query-fails": request(640, 480, 0x1, 0x3, 0, 2),
+        # The stride, then the usage (made protected) of a YV12 buffer, misreported.
+        "yv12-stride-misreported": misreported(640, 480, 0x32315659, 0x3, 0, 0x7FFFFFFF),
+        "yv12-usage-misreported": misreported(640, 480, 0x32315659, 0x3, 4, 0x4003),
     }
     for name, data in seeds.items():
         write("layout_query_fuzzer", name, data)
