@@ -18,20 +18,6 @@ FuzzMapperState& state() {
     return *s;
 }
 
-AIMapper_Error unsupported() {
-    return AIMAPPER_ERROR_UNSUPPORTED;
-}
-
-AIMapper_Error importBuffer(const native_handle_t*, buffer_handle_t*) {
-    return unsupported();
-}
-AIMapper_Error freeBuffer(buffer_handle_t) {
-    return unsupported();
-}
-AIMapper_Error getTransportSize(buffer_handle_t, uint32_t*, uint32_t*) {
-    return unsupported();
-}
-
 AIMapper_Error lock(buffer_handle_t, uint64_t, ARect, int acquireFence, void** outData) {
     FuzzMapperState& s = state();
     if (acquireFence >= 0) {
@@ -54,14 +40,6 @@ AIMapper_Error unlock(buffer_handle_t, int* releaseFence) {
     return AIMAPPER_ERROR_NONE;
 }
 
-AIMapper_Error lockedBufferCall(buffer_handle_t) {
-    return unsupported();
-}
-
-int32_t getMetadata(buffer_handle_t, AIMapper_MetadataType, void*, size_t) {
-    return -AIMAPPER_ERROR_UNSUPPORTED;
-}
-
 int32_t getStandardMetadata(buffer_handle_t, int64_t, void* dest, size_t size) {
     FuzzMapperState& s = state();
     if (s.answers.empty()) return -AIMAPPER_ERROR_UNSUPPORTED;
@@ -70,10 +48,6 @@ int32_t getStandardMetadata(buffer_handle_t, int64_t, void* dest, size_t size) {
     const size_t n = std::min(size, answer.bytes.size());
     if (dest != nullptr && n != 0) memcpy(dest, answer.bytes.data(), n);
     return answer.result;
-}
-
-AIMapper_Error setMetadata(buffer_handle_t, AIMapper_MetadataType, const void*, size_t) {
-    return unsupported();
 }
 
 AIMapper_Error setStandardMetadata(buffer_handle_t, int64_t type, const void* metadata,
@@ -85,45 +59,41 @@ AIMapper_Error setStandardMetadata(buffer_handle_t, int64_t type, const void* me
     return AIMAPPER_ERROR_NONE;
 }
 
-AIMapper_Error listSupportedMetadataTypes(const AIMapper_MetadataTypeDescription** list,
-                                          size_t* count) {
-    *list = nullptr;
-    *count = 0;
-    return AIMAPPER_ERROR_NONE;
-}
-
-AIMapper_Error dumpBuffer(buffer_handle_t, AIMapper_DumpBufferCallback, void*) {
-    return unsupported();
-}
-AIMapper_Error dumpAllBuffers(AIMapper_BeginDumpBufferCallback, AIMapper_DumpBufferCallback,
-                              void*) {
-    return unsupported();
-}
-AIMapper_Error getReservedRegion(buffer_handle_t, void**, uint64_t*) {
-    return unsupported();
-}
-
+// What the adapter never calls answers UNSUPPORTED.
 AIMapper gMapper = {
         .version = AIMAPPER_VERSION_5,
-        .v5 = {.importBuffer = importBuffer,
-               .freeBuffer = freeBuffer,
-               .getTransportSize = getTransportSize,
-               .lock = lock,
-               .unlock = unlock,
-               .flushLockedBuffer = lockedBufferCall,
-               .rereadLockedBuffer = lockedBufferCall,
-               .getMetadata = getMetadata,
-               .getStandardMetadata = getStandardMetadata,
-               .setMetadata = setMetadata,
-               .setStandardMetadata = setStandardMetadata,
-               .listSupportedMetadataTypes = listSupportedMetadataTypes,
-               .dumpBuffer = dumpBuffer,
-               .dumpAllBuffers = dumpAllBuffers,
-               .getReservedRegion = getReservedRegion},
+        .v5 = {
+                .importBuffer = [](const native_handle_t*,
+                                   buffer_handle_t*) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .freeBuffer = [](buffer_handle_t) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .getTransportSize = [](buffer_handle_t, uint32_t*,
+                                       uint32_t*) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .lock = lock,
+                .unlock = unlock,
+                .flushLockedBuffer = [](buffer_handle_t) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .rereadLockedBuffer = [](buffer_handle_t) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .getMetadata = [](buffer_handle_t, AIMapper_MetadataType, void*,
+                                  size_t) -> int32_t { return -AIMAPPER_ERROR_UNSUPPORTED; },
+                .getStandardMetadata = getStandardMetadata,
+                .setMetadata = [](buffer_handle_t, AIMapper_MetadataType, const void*,
+                                  size_t) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .setStandardMetadata = setStandardMetadata,
+                .listSupportedMetadataTypes =
+                        [](const AIMapper_MetadataTypeDescription** list, size_t* count) {
+                            *list = nullptr;
+                            *count = 0;
+                            return AIMAPPER_ERROR_NONE;
+                        },
+                .dumpBuffer = [](buffer_handle_t, AIMapper_DumpBufferCallback,
+                                 void*) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .dumpAllBuffers = [](AIMapper_BeginDumpBufferCallback, AIMapper_DumpBufferCallback,
+                                     void*) { return AIMAPPER_ERROR_UNSUPPORTED; },
+                .getReservedRegion = [](buffer_handle_t, void**,
+                                        uint64_t*) { return AIMAPPER_ERROR_UNSUPPORTED; },
+        },
 };
 
 }  // namespace
-
 }  // namespace zyncam::fuzz
 
 extern "C" zyncam::fuzz::FuzzMapperState* ZyncamFuzzMapper_state() {

@@ -7,6 +7,7 @@
 #include <aidl/android/hardware/graphics/allocator/AllocationError.h>
 #include <aidl/android/hardware/graphics/allocator/BnAllocator.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
+#include <aidl/android/hardware/graphics/common/PlaneLayout.h>
 #include <android/hardware/graphics/mapper/utils/IMapperMetadataTypes.h>
 #include <dlfcn.h>
 #include <sys/eventfd.h>
@@ -86,6 +87,8 @@ constexpr uint8_t kFlagAcquireFence = 1 << 0;
 constexpr uint8_t kParamExactSize = 1 << 7;   // the record's own size instead of the input's
 constexpr uint8_t kParamNullOutput = 1 << 6;  // the YCbCr lock gets no record
 constexpr uint8_t kParamLockFails = 1 << 5;
+constexpr uint8_t kMetaTypeChoices = 5;             // the four the adapter knows and one it ignores
+constexpr unsigned int kHdr10PlusRecordSize = 224;  // the extension's ge_hdr10p_dynamic_metadata_t
 constexpr uint8_t kUntouched = 0xA5;
 constexpr ARect kRegion = {0, 0, 64, 64};
 constexpr uint64_t kCpuUsage = static_cast<uint64_t>(common::BufferUsage::CPU_READ_OFTEN);
@@ -110,7 +113,7 @@ MetaType metaType(GRALLOC_STANDARD_METADATA_TYPE type) {
         case NSCam::GrallocMapperAidlV2::GRALLOC_STANDARD_METADATA_CTA861_3:
             return {sizeof(common::Cta861_3), StandardMetadataType::CTA861_3};
         case NSCam::GrallocMapperAidlV2::GRALLOC_STANDARD_METADATA_SMPTE2094_40:
-            return {224, StandardMetadataType::SMPTE2094_40};  // ge_hdr10p_dynamic_metadata_t
+            return {kHdr10PlusRecordSize, StandardMetadataType::SMPTE2094_40};
         case NSCam::GrallocMapperAidlV2::GRALLOC_STANDARD_METADATA_SMPTE2094_10:
             return {0, StandardMetadataType::SMPTE2094_10};
     }
@@ -148,7 +151,7 @@ int32_t lockOp(Op op, uint8_t param, int fence) {
 }
 
 void planeLayoutsOp() {
-    std::vector<MapperV5::PlaneLayout> layouts(1);
+    std::vector<common::PlaneLayout> layouts(1);
     layouts[0].offsetInBytes = -1;
     const auto before = layouts;
     if (gSetup->mapper->getPlaneLayouts(gSetup->buffer, &layouts) != AIMAPPER_ERROR_NONE &&
@@ -158,7 +161,7 @@ void planeLayoutsOp() {
 }
 
 void getMetaOp(uint8_t param, uint16_t inputSize) {
-    const auto type = static_cast<GRALLOC_STANDARD_METADATA_TYPE>(param % 5);
+    const auto type = static_cast<GRALLOC_STANDARD_METADATA_TYPE>(param % kMetaTypeChoices);
     const unsigned int size = (param & kParamExactSize) ? metaType(type).recordSize : inputSize;
     // Exactly `size` bytes, so that the sanitizer sees a write past the caller's record.
     auto record = std::make_unique<uint8_t[]>(size);
@@ -189,7 +192,7 @@ bool lastSetDecodesTo(const void* expected, size_t size) {
 }
 
 void setMetaOp(uint8_t param, uint16_t inputSize, const std::vector<uint8_t>& payload) {
-    const auto type = static_cast<GRALLOC_STANDARD_METADATA_TYPE>(param % 5);
+    const auto type = static_cast<GRALLOC_STANDARD_METADATA_TYPE>(param % kMetaTypeChoices);
     const MetaType meta = metaType(type);
     const bool isVector = meta.standard == StandardMetadataType::SMPTE2094_40 ||
                           meta.standard == StandardMetadataType::SMPTE2094_10;
