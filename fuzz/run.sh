@@ -38,7 +38,7 @@ run_one() {
     local dict=()
     [[ -f $here/$target.dict ]] && dict=("-dict=$here/$target.dict")
     # -timeout: one input may take this long; the probe of a huge buffer is the slowest path.
-    if ASAN_OPTIONS="detect_leaks=1:allocator_may_return_null=1" \
+    if ASAN_OPTIONS="detect_leaks=1" \
         UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1" \
         "$binary" "$corpus" "$here/corpus/$target" "${dict[@]}" \
         -max_total_time="$seconds" -timeout=25 -print_final_stats=1 \
