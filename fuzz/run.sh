@@ -13,7 +13,7 @@ root="$(dirname "$here")"
 build="${FUZZ_BUILD_DIR:-$root/build-fuzz}"
 
 if (($# < 1)) || ! [[ $1 =~ ^[0-9]+$ ]]; then
-    sed -n '2,10p' "$0" | sed 's/^# \{0,1\}//' >&2
+    awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0" >&2
     exit 2
 fi
 seconds=$1
