@@ -5,6 +5,8 @@
 // the state through kFuzzMapperStateSymbol. Single-threaded use only.
 #pragma once
 
+#include <cstddef>  // IMapper.h uses size_t and max_align_t without including them
+
 #include <android/hardware/graphics/mapper/IMapper.h>
 #include <sys/stat.h>
 #include <unistd.h>
