@@ -1,17 +1,28 @@
 // The helper end to end on the simulated gralloc: lifecycle, the layout query and its cache.
+#include <aidl/android/hardware/graphics/allocator/AllocationError.h>
+#include <gralloc_extra.h>
+#include <utils/Errors.h>
+
 #include <gtest/gtest.h>
 
 #include <zyncam_host/SimGralloc.h>
 
 #include "GrallocHelperInternal.h"
+#include "kit/Codes.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
 
 namespace {
 
+using aidl::android::hardware::graphics::allocator::AllocationError;
 using GrallocAidlV2::GrallocHelperAidlV2Imp;
 using GrallocAidlV2::MyStaticInfo;
+using testkit::bits;
+using testkit::BufferUsage;
+using testkit::fmt;
+using testkit::kCpuReadOften;
 using testkit::LogCapture;
+using testkit::PixelFormat;
 using zyncam::sim::counters;
 
 zcam::GrallocRequest request(int32_t w, int32_t h, int32_t format, int32_t usage = 0,
@@ -19,11 +30,8 @@ zcam::GrallocRequest request(int32_t w, int32_t h, int32_t format, int32_t usage
     return {usage, format, w, h, batch};
 }
 
-// Cache pairs, counted from the "-->" line that dumpToLog writes for each.
 size_t cachedPairs(const GrallocHelperAidlV2Imp& helper) {
-    LogCapture log;
-    helper.dumpToLog();
-    return log.count(" -->");
+    return zcam::layoutCacheOf(helper)->cachedLayoutCount();
 }
 
 TEST(HelperLifecycleTest, ConstructionReplacesTheAdaptersAndReadsTheLogLevel) {
@@ -42,8 +50,8 @@ TEST(HelperLifecycleTest, ConstructionReplacesTheAdaptersAndReadsTheLogLevel) {
     const auto* allocator = GrallocAidlV2::gAllocatorAidl.get();
 
     zcam::GrallocStaticInfo info;
-    auto r = request(64, 48, 0x11);
-    ASSERT_EQ(first->query(&r, &info, false), 0);
+    auto r = request(64, 48, fmt(PixelFormat::YCRCB_420_SP));
+    ASSERT_EQ(first->query(&r, &info, false), android::NO_ERROR);
     {
         GrallocHelperAidlV2Imp second;
         EXPECT_EQ(GrallocAidlV2::gLogLevel.load(), 0);
@@ -52,8 +60,8 @@ TEST(HelperLifecycleTest, ConstructionReplacesTheAdaptersAndReadsTheLogLevel) {
         mapper = GrallocAidlV2::gMapperV5.get();
         // Both helpers work through the new adapters; the first keeps its cache.
         const auto before = counters().allocateCalls;
-        ASSERT_EQ(first->query(&r, &info, false), 0);
-        ASSERT_EQ(second.query(&r, &info, false), 0);
+        ASSERT_EQ(first->query(&r, &info, false), android::NO_ERROR);
+        ASSERT_EQ(second.query(&r, &info, false), android::NO_ERROR);
         EXPECT_EQ(counters().allocateCalls, before + 1);
     }
     EXPECT_TRUE(log.has("[~GrallocHelperAidlV2Imp] -"));
@@ -75,31 +83,31 @@ TEST(LayoutQueryTest, ProbesOncePerRequestAndNamesTheProbe) {
     GrallocHelperAidlV2Imp helper;
     zyncam::sim::clearDmaBufNameHistory();
     const auto before = counters();
-    auto r = request(4000, 3000, 0x20, 0x3);
+    auto r = request(4000, 3000, fmt(PixelFormat::RAW16), kCpuReadOften);
     zcam::GrallocStaticInfo info;
-    ASSERT_EQ(helper.query(&r, &info, false), 0);
-    ASSERT_EQ(helper.query(&r, &info, false), 0);
+    ASSERT_EQ(helper.query(&r, &info, false), android::NO_ERROR);
+    ASSERT_EQ(helper.query(&r, &info, false), android::NO_ERROR);
     EXPECT_EQ(counters().allocateCalls, before.allocateCalls + 1);
     EXPECT_EQ(counters().liveBuffers, before.liveBuffers);  // the probe was freed
     EXPECT_EQ(zyncam::sim::dmaBufNameHistory(),
               std::vector<std::string>{"GrallocHelper-4000x3000-32"});
-    EXPECT_EQ(info.format, 0x20);
+    EXPECT_EQ(info.format, fmt(PixelFormat::RAW16));
     ASSERT_EQ(info.planes.size(), 1u);
     EXPECT_EQ(info.planes[0].rowStrideInBytes, 8000u);
     EXPECT_EQ(info.planes[0].sizeInBytes, 24000000u);
     EXPECT_EQ(cachedPairs(helper), 1u);
 
     // refresh: probes again and still keeps one pair; on an absent key it is a plain miss.
-    ASSERT_EQ(helper.query(&r, &info, true), 0);
+    ASSERT_EQ(helper.query(&r, &info, true), android::NO_ERROR);
     EXPECT_EQ(counters().allocateCalls, before.allocateCalls + 2);
     EXPECT_EQ(cachedPairs(helper), 1u);
-    auto other = request(320, 240, 0x20);
-    ASSERT_EQ(helper.query(&other, &info, true), 0);
+    auto other = request(320, 240, fmt(PixelFormat::RAW16));
+    ASSERT_EQ(helper.query(&other, &info, true), android::NO_ERROR);
     EXPECT_EQ(cachedPairs(helper), 2u);
 
     helper.clearMap();
     EXPECT_EQ(cachedPairs(helper), 0u);
-    ASSERT_EQ(helper.query(&r, &info, false), 0);
+    ASSERT_EQ(helper.query(&r, &info, false), android::NO_ERROR);
     EXPECT_EQ(counters().allocateCalls, before.allocateCalls + 4);
 }
 
@@ -107,9 +115,9 @@ TEST(LayoutQueryTest, AfbcLayoutsProbeEveryTime) {
     testkit::SimFaults faults;
     GrallocHelperAidlV2Imp helper;
     const auto before = counters().allocateCalls;
-    auto r = request(1920, 1080, 0x1000, 0x10000000);  // the vendor AFBC bit
+    auto r = request(1920, 1080, zcam::kPixelFormatNV12, testkit::kSimUsageAfbc);
     zcam::GrallocStaticInfo info;
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(helper.query(&r, &info, false), 0);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(helper.query(&r, &info, false), android::NO_ERROR);
     EXPECT_TRUE(info.isAFBC);
     EXPECT_EQ(counters().allocateCalls, before + 3);
     EXPECT_EQ(cachedPairs(helper), 1u);
@@ -120,23 +128,25 @@ TEST(LayoutQueryTest, ImplementationDefinedAddsOneAlias) {
     GrallocHelperAidlV2Imp helper;
     zyncam::sim::clearDmaBufNameHistory();
     zcam::GrallocStaticInfo info;
-    auto texture = request(640, 480, 0x22, 0x100);
-    ASSERT_EQ(helper.query(&texture, &info, false), 0);
-    EXPECT_EQ(info.format, 0x32315659);  // resolved to YV12
+    auto texture = request(640, 480, fmt(PixelFormat::IMPLEMENTATION_DEFINED),
+                           bits(BufferUsage::GPU_TEXTURE));
+    ASSERT_EQ(helper.query(&texture, &info, false), android::NO_ERROR);
+    EXPECT_EQ(info.format, fmt(PixelFormat::YV12));
     EXPECT_EQ(cachedPairs(helper), 2u);
     // The probe is named after the format it resolved to.
     EXPECT_EQ(zyncam::sim::dmaBufNameHistory().back(), "GrallocHelper-640x480-842094169");
 
-    auto composer = request(640, 480, 0x22, 0x800);
-    ASSERT_EQ(helper.query(&composer, &info, false), 0);
+    auto composer = request(640, 480, fmt(PixelFormat::IMPLEMENTATION_DEFINED),
+                            bits(BufferUsage::COMPOSER_OVERLAY));
+    ASSERT_EQ(helper.query(&composer, &info, false), android::NO_ERROR);
     EXPECT_EQ(cachedPairs(helper), 3u);  // its own key, no second alias
 
     // A buffer of the resolved format and the requested size finds the alias.
-    testkit::Buffer buffer(640, 480, 0x32315659, 0x3);
+    testkit::Buffer buffer(640, 480, fmt(PixelFormat::YV12), kCpuReadOften);
     LogCapture log;
     zcam::GrallocStaticInfo fromBuffer;
     const auto locks = counters().locks;
-    ASSERT_EQ(helper.query(buffer.get(), &fromBuffer, nullptr), 0);
+    ASSERT_EQ(helper.query(buffer.get(), &fromBuffer, nullptr), android::NO_ERROR);
     EXPECT_FALSE(log.has("Not found"));
     EXPECT_EQ(counters().locks, locks);
     EXPECT_EQ(fromBuffer.planes.size(), 3u);
@@ -153,9 +163,9 @@ TEST(LayoutQueryTest, DumpLines) {
         EXPECT_EQ(lines[0].text, "[dumpToLog] +");
         EXPECT_EQ(lines[1].text, "[dumpToLog] -");
     }
-    auto r = request(64, 48, 0x11, 0x3);
+    auto r = request(64, 48, fmt(PixelFormat::YCRCB_420_SP), kCpuReadOften);
     zcam::GrallocStaticInfo info;
-    ASSERT_EQ(helper.query(&r, &info, false), 0);
+    ASSERT_EQ(helper.query(&r, &info, false), android::NO_ERROR);
     LogCapture log;
     helper.dumpToLog();
     std::vector<std::string> texts;
@@ -185,9 +195,9 @@ TEST(LayoutQueryTest, DumpNamesGoThroughTheInterface) {
     testkit::SimFaults faults;
     RenamingHelper helper;
     LogCapture log;
-    auto r = request(64, 48, 0x11, 0x3);
+    auto r = request(64, 48, fmt(PixelFormat::YCRCB_420_SP), kCpuReadOften);
     zcam::GrallocStaticInfo info;
-    ASSERT_EQ(helper.query(&r, &info, false), 0);
+    ASSERT_EQ(helper.query(&r, &info, false), android::NO_ERROR);
     EXPECT_TRUE(log.has("[dump] 64x48 usage:0x00060003(U) format:0x00000011(F) -->"));
 }
 
@@ -198,16 +208,16 @@ TEST(LayoutQueryTest, FailuresLeaveTheCallersRecordAndTheCache) {
     zcam::GrallocStaticInfo info;
     info.format = 77;
     info.planes = {{1, 2}};
-    auto r = request(64, 48, 0x11, 0x3);
+    auto r = request(64, 48, fmt(PixelFormat::YCRCB_420_SP), kCpuReadOften);
 
-    EXPECT_EQ(helper.query(nullptr, &info, false), -22);
+    EXPECT_EQ(helper.query(nullptr, &info, false), android::BAD_VALUE);
     EXPECT_TRUE(
             log.has("[query] NULL pRequest (query){#1263:utils/gralloc/aidl/v2/GrallocHelper}"));
-    EXPECT_EQ(helper.query(&r, nullptr, false), -22);
+    EXPECT_EQ(helper.query(&r, nullptr, false), android::BAD_VALUE);
     EXPECT_TRUE(log.has("[query] NULL pStaticInfo (query){#1268:"));
 
-    zyncam::sim::failAllocate(1);
-    EXPECT_EQ(helper.query(&r, &info, false), -12);
+    zyncam::sim::failAllocate(static_cast<int32_t>(AllocationError::NO_RESOURCES));
+    EXPECT_EQ(helper.query(&r, &info, false), android::NO_MEMORY);
     EXPECT_TRUE(
             log.has("[determine] Bad allcation handle:(nil) 64x48 format:0x11(YCrCb_420_SP) "
                     "usage:0x60003(0|SW_READ_OFTEN|HW_CAMERA_ZSL) (determine){#1418:"));
@@ -216,14 +226,14 @@ TEST(LayoutQueryTest, FailuresLeaveTheCallersRecordAndTheCache) {
     // Derivation fails: the probe is still named and freed.
     zyncam::sim::clearDmaBufNameHistory();
     const auto live = counters().liveBuffers;
-    auto rgbx = request(64, 48, 0x2);
-    EXPECT_EQ(helper.query(&rgbx, &info, false), -2);
+    auto rgbx = request(64, 48, fmt(PixelFormat::RGBX_8888));
+    EXPECT_EQ(helper.query(&rgbx, &info, false), android::NAME_NOT_FOUND);
     EXPECT_EQ(counters().liveBuffers, live);
     EXPECT_EQ(zyncam::sim::dmaBufNameHistory(), std::vector<std::string>{"GrallocHelper-64x48-2"});
 
     // The descriptor query fails: the probe buffer is left allocated, and only it.
-    zyncam::sim::failExtraQuery(1, -5);
-    EXPECT_EQ(helper.query(&r, &info, false), INT32_MIN);
+    zyncam::sim::failExtraQuery(GRALLOC_EXTRA_GET_ION_FD, -EIO);
+    EXPECT_EQ(helper.query(&r, &info, false), android::UNKNOWN_ERROR);
     EXPECT_TRUE(log.has("err:-5 ionFd:-1 (determine){#1434:"));
     EXPECT_EQ(counters().liveBuffers, live + 1);
 
@@ -237,18 +247,18 @@ TEST(LayoutQueryTest, BatchFormatsAndSlowMotionSizes) {
     testkit::SimFaults faults;
     GrallocHelperAidlV2Imp helper;
     zcam::GrallocStaticInfo info;
-    // 0x2602 carries 8 frames of NV21; the SMVR rule sizes the chroma plane of one frame.
-    auto batch = request(1280, 720, 0x2602, 0x20000003);
-    ASSERT_EQ(helper.query(&batch, &info, false), 0);
-    EXPECT_EQ(info.format, 0x11);
+    // Here a batch of 8 frames is NV21; the SMVR rule sizes the chroma plane of one frame.
+    auto batch = request(1280, 720, zcam::kPixelFormatSmvrBatch8, zcam::kUsageSmvr | kCpuReadOften);
+    ASSERT_EQ(helper.query(&batch, &info, false), android::NO_ERROR);
+    EXPECT_EQ(info.format, fmt(PixelFormat::YCRCB_420_SP));
     ASSERT_EQ(info.planes.size(), 2u);
     EXPECT_EQ(info.planes[0].sizeInBytes, 1280u * 736);
     EXPECT_EQ(info.planes[1].sizeInBytes, 1280u * 736 / 2);
     EXPECT_EQ(cachedPairs(helper), 2u);  // the request and its alias
 
-    // 0x2612 carries 8 AFBC NV12 frames; the plane is one frame of the batch.
-    auto afbc = request(1280, 720, 0x2612, 0x20000000);
-    ASSERT_EQ(helper.query(&afbc, &info, false), 0);
+    // Here a compressed batch of 8 frames is AFBC NV12; the plane is one frame of the batch.
+    auto afbc = request(1280, 720, zcam::kPixelFormatSmvrBatchCompressed8, zcam::kUsageSmvr);
+    ASSERT_EQ(helper.query(&afbc, &info, false), android::NO_ERROR);
     EXPECT_TRUE(info.isAFBC);
     zcam::GrallocCachedLayout cached;
     ASSERT_TRUE(helper.findCachedLayout(afbc, true, &cached));
@@ -265,11 +275,11 @@ TEST(BatchNumTest, ReadsThePropertyOfTheSizeClass) {
     struct Case {
         int32_t w, h, usage, expected;
     };
+    constexpr int32_t kSmvr = zcam::kUsageSmvr;
     const Case cases[] = {
-            {640, 480, 0x20000000, 2},    {1280, 720, 0x20000000, 4},
-            {1280, 736, 0x20000000, 4},   {1920, 1080, 0x20000000, -3},
-            {1920, 1088, 0x20000000, -3}, {3840, 2160, 0x20000000, 1},
-            {640, 480, 0x3, 1},           {65536, 65536, 0x20000000, 2},  // the product wraps to 0
+            {640, 480, kSmvr, 2},         {1280, 720, kSmvr, 4},    {1280, 736, kSmvr, 4},
+            {1920, 1080, kSmvr, -3},      {1920, 1088, kSmvr, -3},  {3840, 2160, kSmvr, 1},
+            {640, 480, kCpuReadOften, 1}, {65536, 65536, kSmvr, 2},  // the product wraps to 0
     };
     for (const auto& c : cases) {
         GrallocHelperAidlV2Imp::MyRequest key;
@@ -278,11 +288,11 @@ TEST(BatchNumTest, ReadsThePropertyOfTheSizeClass) {
         key.heightInPixels = c.h;
         LogCapture log;
         EXPECT_EQ(helper.queryBatchNum(key), c.expected) << c.w << "x" << c.h;
-        EXPECT_EQ(log.has("[queryBatchNum] smvr batch number:"), (c.usage & 0x20000000) != 0);
+        EXPECT_EQ(log.has("[queryBatchNum] smvr batch number:"), (c.usage & kSmvr) != 0);
     }
     testkit::ScopedProperty unset("ro.vendor.smvr.p2batch.vga", "x");
     GrallocHelperAidlV2Imp::MyRequest key;
-    key.usage = 0x20000000;
+    key.usage = zcam::kUsageSmvr;
     key.widthInPixels = 640;
     key.heightInPixels = 480;
     EXPECT_EQ(helper.queryBatchNum(key), 1);

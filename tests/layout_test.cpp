@@ -4,13 +4,17 @@
 #include <zyncam_host/Camera.h>
 
 #include <gmock/gmock.h>
+#include <utils/Errors.h>
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "GrallocHelperInternal.h"
+#include "kit/Codes.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
+#include "logging/GrallocLog.h"
 
 namespace {
 
@@ -18,8 +22,13 @@ using GrallocAidlV2::checkPlaneSize;
 using GrallocAidlV2::GrallocHelperAidlV2Imp;
 using GrallocAidlV2::MyStaticInfo;
 using GrallocAidlV2::queryStaticInfo;
+using testkit::bits;
 using testkit::Buffer;
+using testkit::BufferUsage;
+using testkit::fmt;
+using testkit::kCpuReadOften;
 using testkit::LogCapture;
+using testkit::PixelFormat;
 using zyncam::sim::overrideExtraQuery;
 
 class LayoutTest : public ::testing::Test {
@@ -46,47 +55,58 @@ TEST_F(LayoutTest, SinglePlaneFormats) {
         int64_t S, R, A;
         Plane plane;
     };
+    const int32_t kImplementationDefined = fmt(PixelFormat::IMPLEMENTATION_DEFINED);
+    const int32_t kYuv422 = fmt(PixelFormat::YCBCR_422_I);
     const Case cases[] = {
-            {0x1, 1920, 1080, 8294400, {7680, 8294400}}, {0x5, 100, 10, 4000, {400, 4000}},
-            {0x3, 100, 10, 3000, {300, 3000}},           {0x4, 100, 10, 2000, {200, 2000}},
-            {0x20, 100, 10, 2000, {200, 2000}},          {0x20363159, 100, 10, 2000, {200, 2000}},
-            {0x21, 5000, 1, 5000, {5000, 5000}},         {0x24, 128, 10, 1280, {128, 1280}},
-            {0x25, 128, 10, 1280, {128, 1280}},          {0x20203859, 100, 10, 1000, {100, 1000}},
-            {0x22, 1000, 10, 10240, {1024, 10240}},  // rounded to 32, no packing factor
-            {0x111, 1000, 10, 10240, {1024, 10240}},     {0x14, 100, 10, 2000, {200, 2000}},
+            {fmt(PixelFormat::RGBA_8888), 1920, 1080, 8294400, {7680, 8294400}},
+            {fmt(PixelFormat::BGRA_8888), 100, 10, 4000, {400, 4000}},
+            {fmt(PixelFormat::RGB_888), 100, 10, 3000, {300, 3000}},
+            {fmt(PixelFormat::RGB_565), 100, 10, 2000, {200, 2000}},
+            {fmt(PixelFormat::RAW16), 100, 10, 2000, {200, 2000}},
+            {fmt(PixelFormat::Y16), 100, 10, 2000, {200, 2000}},
+            {fmt(PixelFormat::BLOB), 5000, 1, 5000, {5000, 5000}},
+            {fmt(PixelFormat::RAW_OPAQUE), 128, 10, 1280, {128, 1280}},
+            {fmt(PixelFormat::RAW10), 128, 10, 1280, {128, 1280}},
+            {fmt(PixelFormat::Y8), 100, 10, 1000, {100, 1000}},
+            {kImplementationDefined, 1000, 10, 10240, {1024, 10240}},  // rounded to 32, no packing
+            {zcam::kPixelFormatCameraOpaque, 1000, 10, 10240, {1024, 10240}},
+            {kYuv422, 100, 10, 2000, {200, 2000}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << std::hex << "format 0x" << c.format);
-        Buffer buffer(64, 48, 0x1, 0x3);
-        overrideExtraQuery(15, c.format);
-        overrideExtraQuery(12, c.S);
-        overrideExtraQuery(13, c.R);
-        overrideExtraQuery(14, c.A);
+        Buffer buffer(64, 48, fmt(PixelFormat::RGBA_8888), kCpuReadOften);
+        overrideExtraQuery(GRALLOC_EXTRA_GET_FORMAT, c.format);
+        overrideExtraQuery(GRALLOC_EXTRA_GET_STRIDE, c.S);
+        overrideExtraQuery(GRALLOC_EXTRA_GET_VERTICAL_STRIDE, c.R);
+        overrideExtraQuery(GRALLOC_EXTRA_GET_ALLOC_SIZE, c.A);
         LogCapture log;
         MyStaticInfo info;
-        EXPECT_EQ(queryStaticInfo(buffer.get(), info), 0);
+        EXPECT_EQ(queryStaticInfo(buffer.get(), info), android::NO_ERROR);
         expectPlanes(info, {c.plane});
         EXPECT_EQ(info.format, c.format);
         EXPECT_EQ(info.allocSize, static_cast<size_t>(c.A));
         EXPECT_FALSE(log.has("!="));  // consistent values pass the plane check
-        EXPECT_EQ(log.has("only in zsl mode"), c.format == 0x22 || c.format == 0x111);
+        EXPECT_EQ(log.has("[queryStaticInfo] only in zsl mode: 0x"),
+                  c.format == kImplementationDefined || c.format == zcam::kPixelFormatCameraOpaque);
         // YCbCr_422_I's stride 200 is not a multiple of 32, and 2000 < 200 * 16.
-        EXPECT_EQ(log.has("[YCbCr_422_I] rowStrideInBytes:200 is not a multiple of 32"),
-                  c.format == 0x14);
-        EXPECT_EQ(log.has("[YCbCr_422_I] sizeInBytes:2000<rowStrideInBytes:200*16"),
-                  c.format == 0x14);
+        EXPECT_EQ(log.has("[queryStaticInfo] [YCbCr_422_I] rowStrideInBytes:200 is not a multiple "
+                          "of 32"),
+                  c.format == kYuv422);
+        EXPECT_EQ(
+                log.has("[queryStaticInfo] [YCbCr_422_I] sizeInBytes:2000<rowStrideInBytes:200*16"),
+                c.format == kYuv422);
     }
 }
 
 TEST_F(LayoutTest, RecordFieldsComeFromTheExtension) {
-    Buffer buffer(1920, 1080, 0x11, 0x3);
+    Buffer buffer(1920, 1080, fmt(PixelFormat::YCRCB_420_SP), kCpuReadOften);
     MyStaticInfo info;
     info.batchNum = 5;
-    ASSERT_EQ(queryStaticInfo(buffer.get(), info), 0);
-    EXPECT_EQ(info.format, 0x11);
+    ASSERT_EQ(queryStaticInfo(buffer.get(), info), android::NO_ERROR);
+    EXPECT_EQ(info.format, fmt(PixelFormat::YCRCB_420_SP));
     EXPECT_EQ(info.widthInPixels, 1920);
     EXPECT_EQ(info.heightInPixels, 1080);
-    EXPECT_EQ(info.usage, 0x3u);
+    EXPECT_EQ(info.usage, static_cast<uint32_t>(kCpuReadOften));
     EXPECT_EQ(info.allocSize, 3110400u);
     EXPECT_EQ(info.batchNum, 5u);
     EXPECT_FALSE(info.isAFBC);
@@ -98,28 +118,41 @@ TEST_F(LayoutTest, SemiPlanarAndPlanarYuv) {
         const char* what;
         int32_t format;
         uint64_t usage;
-        std::vector<std::pair<int, int64_t>> overrides;
+        std::vector<std::pair<GRALLOC_EXTRA_ATTRIBUTE_QUERY, int64_t>> overrides;
         uint32_t batch;
         std::vector<Plane> planes;
     };
     const size_t afbcNv12 = 1280 * (720 * 3 / 2 + 45);  // bodies plus superblock header rows
+    const int32_t kNV21 = fmt(PixelFormat::YCRCB_420_SP);
+    const int32_t kYV12 = fmt(PixelFormat::YV12);
+    const int32_t kP010 = fmt(PixelFormat::YCBCR_P010);
+    const int32_t kNV12 = zcam::kPixelFormatNV12;
+    const uint64_t kRead = kCpuReadOften;
+    const uint64_t kSmvrRead = zcam::kUsageSmvr | kCpuReadOften;
+    const uint64_t kAfbcSmvrRead = testkit::kSimUsageAfbc | kSmvrRead;
     const Case cases[] = {
-            {"NV21 AFBC", 0x11, 0x3, {{100, 0x400000}, {14, 777}}, 1, {{1280, 777}}},
-            {"NV21 slow motion", 0x11, 0x20000003, {}, 1, {{1280, 1280 * 736}, {1280, 1280 * 368}}},
-            {"YV12", 0x32315659, 0x3, {}, 1, {{1280, 921600}, {640, 230400}, {640, 230400}}},
+            {"NV21 AFBC",
+             kNV21,
+             kRead,
+             {{GRALLOC_EXTRA_GET_SF_INFO, GRALLOC_EXTRA_BIT_AFBC},
+              {GRALLOC_EXTRA_GET_ALLOC_SIZE, 777}},
+             1,
+             {{1280, 777}}},
+            {"NV21 slow motion", kNV21, kSmvrRead, {}, 1, {{1280, 1280 * 736}, {1280, 1280 * 368}}},
+            {"YV12", kYV12, kRead, {}, 1, {{1280, 921600}, {640, 230400}, {640, 230400}}},
             {"YV12 slow motion batch 4",
-             0x32315659,
-             0x20000003,
-             {{14, 4 * 1382400}},
+             kYV12,
+             kSmvrRead,
+             {{GRALLOC_EXTRA_GET_ALLOC_SIZE, 4 * 1382400}},
              4,
              {{1280, 921600}, {640, 230400}, {640, 230400}}},
-            {"NV12", 0x1000, 0x3, {}, 1, {{1280, 921600}, {1280, 460800}}},
-            {"NV12 AFBC slow motion, batch 0", 0x1000, 0x30000003, {}, 0, {{1280, afbcNv12}}},
-            {"NV12 AFBC slow motion, batch 2", 0x1000, 0x30000003, {}, 2, {{1280, afbcNv12 / 2}}},
-            {"P010", 0x36, 0x3, {}, 1, {{2560, 1843200}, {2560, 921600}}},
+            {"NV12", kNV12, kRead, {}, 1, {{1280, 921600}, {1280, 460800}}},
+            {"NV12 AFBC slow motion, batch 0", kNV12, kAfbcSmvrRead, {}, 0, {{1280, afbcNv12}}},
+            {"NV12 AFBC slow motion, batch 2", kNV12, kAfbcSmvrRead, {}, 2, {{1280, afbcNv12 / 2}}},
+            {"P010", kP010, kRead, {}, 1, {{2560, 1843200}, {2560, 921600}}},
             {"P010 AFBC slow motion, batch 0",
-             0x36,
-             0x30000003,
+             kP010,
+             kAfbcSmvrRead,
              {},
              0,
              {{2560, 2560 * (1080 + 23)}}},
@@ -128,23 +161,27 @@ TEST_F(LayoutTest, SemiPlanarAndPlanarYuv) {
         SCOPED_TRACE(c.what);
         Buffer buffer(1280, 720, c.format, c.usage);
         for (auto [attribute, value] : c.overrides) overrideExtraQuery(attribute, value);
+        LogCapture log;
         MyStaticInfo info;
         info.batchNum = c.batch;
-        EXPECT_EQ(queryStaticInfo(buffer.get(), info), 0);
+        EXPECT_EQ(queryStaticInfo(buffer.get(), info), android::NO_ERROR);
         expectPlanes(info, c.planes);
+        // Slow-motion sizes are traced in the derivation's own name.
+        EXPECT_EQ(log.has("[queryStaticInfo] Extra-info(producerUsage="),
+                  (c.usage & zcam::kUsageSmvr) != 0);
         for (auto [attribute, value] : c.overrides) overrideExtraQuery(attribute, std::nullopt);
     }
 }
 
 TEST_F(LayoutTest, ProtectedYv12FollowsStrideAndHeight) {
-    Buffer buffer(640, 480, 0x32315659, 0x4000);
-    overrideExtraQuery(12, 641);
-    overrideExtraQuery(11, 481);
-    overrideExtraQuery(13, 490);
+    Buffer buffer(640, 480, fmt(PixelFormat::YV12), bits(BufferUsage::PROTECTED));
+    overrideExtraQuery(GRALLOC_EXTRA_GET_STRIDE, 641);
+    overrideExtraQuery(GRALLOC_EXTRA_GET_HEIGHT, 481);
+    overrideExtraQuery(GRALLOC_EXTRA_GET_VERTICAL_STRIDE, 490);
     LogCapture log;
     MyStaticInfo info;
     const auto locks = zyncam::sim::counters().locks;
-    ASSERT_EQ(queryStaticInfo(buffer.get(), info), 0);
+    ASSERT_EQ(queryStaticInfo(buffer.get(), info), android::NO_ERROR);
     EXPECT_EQ(zyncam::sim::counters().locks, locks);
     expectPlanes(info, {{641, 308321}, {320, 76800}, {320, 76800}});
     // Checked against 490 rows: plane 1 twice, plane 2 never.
@@ -156,28 +193,43 @@ TEST_F(LayoutTest, ProtectedYv12FollowsStrideAndHeight) {
 TEST_F(LayoutTest, RefusedFormatsAndDescriptorFailures) {
     struct Case {
         int32_t format;
-        int attributeToFail;  // 0: none
-        int64_t ionFd;        // override of attribute 1, or -2 for none
+        std::optional<GRALLOC_EXTRA_ATTRIBUTE_QUERY> attributeToFail;
+        std::optional<int64_t> ionFd;  // what the descriptor query reports instead
         int expected;
         const char* line;
     };
+    const int32_t kNV21 = fmt(PixelFormat::YCRCB_420_SP);
     const Case cases[] = {
-            {0x23, 0, -2, INT32_MIN,
+            {fmt(PixelFormat::YCBCR_420_888),
+             {},
+             {},
+             android::UNKNOWN_ERROR,
              "[queryStaticInfo] format from gralloc_extra_query should not be: 0x23(YCbCr_420_888) "
              "(queryStaticInfo){#995:"},
-            {0x2, 0, -2, -2,
+            {fmt(PixelFormat::RGBX_8888),
+             {},
+             {},
+             android::NAME_NOT_FOUND,
              "[queryStaticInfo] Not support format: 0x2(RGBX_8888) (queryStaticInfo){#999:"},
-            {-1, 0, -2, -2, "Not support format: 0xffffffff() "},
-            {0x11, 0, -1, INT32_MIN, "[queryStaticInfo] [buffer_handle_t:0x"},
-            {0x11, 1, -2, INT32_MIN, "err:-22 ionFd:-1 (queryStaticInfo){#615:"},
-            {0x11, 17, -2, INT32_MIN, "[queryStaticInfo] Given buffer_handle_t:0x"},
+            {-1, {}, {}, android::NAME_NOT_FOUND, "Not support format: 0xffffffff() "},
+            {kNV21, {}, -1, android::UNKNOWN_ERROR, "[queryStaticInfo] [buffer_handle_t:0x"},
+            {kNV21,
+             GRALLOC_EXTRA_GET_ION_FD,
+             {},
+             android::UNKNOWN_ERROR,
+             "err:-22 ionFd:-1 (queryStaticInfo){#615:"},
+            {kNV21,
+             GRALLOC_EXTRA_GET_USAGE,
+             {},
+             android::UNKNOWN_ERROR,
+             "[queryStaticInfo] Given buffer_handle_t:0x"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line);
-        Buffer buffer(64, 48, 0x1, 0x3);
-        overrideExtraQuery(15, c.format);
-        if (c.ionFd != -2) overrideExtraQuery(1, c.ionFd);
-        if (c.attributeToFail) zyncam::sim::failExtraQuery(c.attributeToFail, -22);
+        Buffer buffer(64, 48, fmt(PixelFormat::RGBA_8888), kCpuReadOften);
+        overrideExtraQuery(GRALLOC_EXTRA_GET_FORMAT, c.format);
+        if (c.ionFd) overrideExtraQuery(GRALLOC_EXTRA_GET_ION_FD, *c.ionFd);
+        if (c.attributeToFail) zyncam::sim::failExtraQuery(*c.attributeToFail, -EINVAL);
         LogCapture log;
         MyStaticInfo info;
         info.planes = {{9, 9}};
@@ -185,7 +237,7 @@ TEST_F(LayoutTest, RefusedFormatsAndDescriptorFailures) {
         EXPECT_TRUE(log.has(c.line));
         ASSERT_EQ(info.planes.size(), 1u);  // planes untouched
         EXPECT_EQ(info.planes[0].sizeInBytes, 9u);
-        const bool extraFailed = c.attributeToFail == 17;
+        const bool extraFailed = c.attributeToFail == GRALLOC_EXTRA_GET_USAGE;
         EXPECT_EQ(info.format, extraFailed ? 0 : c.format);  // written unless the read failed
         zyncam::sim::resetFaults();
     }
@@ -194,7 +246,7 @@ TEST_F(LayoutTest, RefusedFormatsAndDescriptorFailures) {
 TEST(PlaneCheckTest, ComparesSizeWithStrideTimesRows) {
     LogCapture log;
     MyStaticInfo info;
-    info.format = 0x1;
+    info.format = fmt(PixelFormat::RGBA_8888);
     info.planes = {{8294400, 7680}};
     EXPECT_TRUE(checkPlaneSize(info, 0, 1080));
     EXPECT_TRUE(log.android().empty());
@@ -212,19 +264,21 @@ TEST(PlaneCheckTest, ComparesSizeWithStrideTimesRows) {
     EXPECT_TRUE(checkPlaneSize(info, 0, 10));
     EXPECT_TRUE(log.android().empty());
 
-    LogCapture quiet(3, 1, 0);  // warnings off: the comparison is made all the same
+    // Errors only, warnings off: the comparison is made all the same.
+    LogCapture quiet(zcam::logging::kModeAndroidLog | zcam::logging::kModeULogger,
+                     zcam::logging::kError, 0);
     EXPECT_FALSE(checkPlaneSize(info, 0, 11));
     EXPECT_TRUE(quiet.android().empty());
 }
 
 TEST_F(LayoutTest, ExtensionRecord) {
-    Buffer buffer(64, 48, 0x11, 0x3);
+    Buffer buffer(64, 48, fmt(PixelFormat::YCRCB_420_SP), kCpuReadOften);
     GrallocAidlV2::Extra extra{};
     {
         LogCapture log;
-        zyncam::sim::failExtraQuery(100, -1);
+        zyncam::sim::failExtraQuery(GRALLOC_EXTRA_GET_SF_INFO, -1);
         extra.isAFBC = true;
-        EXPECT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), INT32_MIN);
+        EXPECT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), android::UNKNOWN_ERROR);
         EXPECT_TRUE(extra.isAFBC);  // left as it was
         auto first = log.find("gralloc_extra_query returns -1 (gQueryExtra){#472:");
         ASSERT_TRUE(first);
@@ -234,16 +288,16 @@ TEST_F(LayoutTest, ExtensionRecord) {
                         "allocSize:4608 consumerUsage:0|SW_READ_OFTEN producerUsage:0 "
                         "stride:64 height:48 isAFBC:1 id:"));
         EXPECT_TRUE(log.has("} (gQueryExtra){#473:"));
-        zyncam::sim::failExtraQuery(100, std::nullopt);
+        zyncam::sim::failExtraQuery(GRALLOC_EXTRA_GET_SF_INFO, std::nullopt);
     }
     {
         // Own level 0 with a stride: no dump; a zero stride always reaches the debug log.
         LogCapture log;
-        EXPECT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), 0);
+        EXPECT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), android::NO_ERROR);
         EXPECT_FALSE(extra.isAFBC);
         EXPECT_FALSE(log.has("GrallocExtra:"));
-        overrideExtraQuery(12, 0);
-        EXPECT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), 0);
+        overrideExtraQuery(GRALLOC_EXTRA_GET_STRIDE, 0);
+        EXPECT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), android::NO_ERROR);
         auto line = log.find("GrallocExtra:{format:");
         ASSERT_TRUE(line);
         EXPECT_TRUE(testing::internal::RE::FullMatch(
@@ -254,12 +308,15 @@ TEST_F(LayoutTest, ExtensionRecord) {
 }
 
 TEST_F(LayoutTest, AfbcFlagIsBit22OfTheStatusWord) {
-    Buffer buffer(64, 48, 0x11, 0x3);
+    Buffer buffer(64, 48, fmt(PixelFormat::YCRCB_420_SP), kCpuReadOften);
     GrallocAidlV2::Extra extra{};
-    for (int64_t status : {0x400000LL, 0xFFBFFFFFLL, 0x400C03LL}) {
-        overrideExtraQuery(100, status);
-        ASSERT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), 0);
-        EXPECT_EQ(extra.isAFBC, (status & 0x400000) != 0) << std::hex << status;
+    constexpr int64_t kAfbcBit = GRALLOC_EXTRA_BIT_AFBC;
+    constexpr int64_t kDirtyCamera = 0xC03;
+    constexpr int64_t kAllButAfbc = static_cast<uint32_t>(~GRALLOC_EXTRA_BIT_AFBC);
+    for (int64_t status : {kAfbcBit, kAllButAfbc, kAfbcBit | kDirtyCamera}) {
+        overrideExtraQuery(GRALLOC_EXTRA_GET_SF_INFO, status);
+        ASSERT_EQ(GrallocAidlV2::gQueryExtra(buffer.get(), extra), android::NO_ERROR);
+        EXPECT_EQ(extra.isAFBC, (status & kAfbcBit) != 0) << std::hex << status;
     }
 }
 
@@ -269,8 +326,8 @@ TEST(LayoutDeathTest, FailedYCbCrLockIsFatal) {
             "\\(gQueryYCbCr\\)\\{#529:utils/gralloc/aidl/v2/GrallocHelper\\}";
     auto probe = [] {
         GrallocHelperAidlV2Imp helper;
-        zyncam::sim::failLock(5);
-        zcam::GrallocRequest r{0x3, 0x11, 64, 48, 0};
+        zyncam::sim::failLock(AIMAPPER_ERROR_NO_RESOURCES);
+        zcam::GrallocRequest r{kCpuReadOften, fmt(PixelFormat::YCRCB_420_SP), 64, 48, 0};
         zcam::GrallocStaticInfo info;
         helper.query(&r, &info, false);
     };

@@ -1,40 +1,48 @@
 // Names of pixel formats, usage bits and dataspaces.
+#include <aidl/android/hardware/graphics/common/Dataspace.h>
+
 #include <gtest/gtest.h>
 
 #include "GrallocHelperInternal.h"
+#include "kit/Codes.h"
 
 namespace {
 
 using GrallocAidlV2::gQueryDataspaceNameHex;
 using GrallocAidlV2::gQueryGrallocUsageName;
 using GrallocAidlV2::gQueryPixelFormatName;
+using testkit::bits;
+using testkit::BufferUsage;
+using testkit::fmt;
+using testkit::PixelFormat;
 
 TEST(NamesTest, PixelFormats) {
     const std::pair<int, const char*> cases[] = {
-            {0x1, "RGBA_8888"},
-            {0x2, "RGBX_8888"},
-            {0x3, "RGB_888"},
-            {0x4, "RGB_565"},
-            {0x5, "BGRA_8888"},
-            {0x10, "YCbCr_422_SP"},
-            {0x11, "YCrCb_420_SP"},
-            {0x14, "YCbCr_422_I"},
-            {0x20, "RAW16"},
-            {0x21, "BLOB"},
-            {0x22, "IMPLEMENTATION_DEFINED"},
-            {0x23, "YCbCr_420_888"},
-            {0x24, "RAW_OPAQUE"},
-            {0x25, "RAW10"},
-            {0x36, "YCBCR_P010"},
-            {0x111, "CAMERA_OPAQUE"},
-            {0x1000, "NV12"},
-            {0x20203859, "Y8"},
-            {0x20363159, "Y16"},
-            {0x32315659, "YV12"},
-            {0x7, ""},
+            {fmt(PixelFormat::RGBA_8888), "RGBA_8888"},
+            {fmt(PixelFormat::RGBX_8888), "RGBX_8888"},
+            {fmt(PixelFormat::RGB_888), "RGB_888"},
+            {fmt(PixelFormat::RGB_565), "RGB_565"},
+            {fmt(PixelFormat::BGRA_8888), "BGRA_8888"},
+            {fmt(PixelFormat::YCBCR_422_SP), "YCbCr_422_SP"},
+            {fmt(PixelFormat::YCRCB_420_SP), "YCrCb_420_SP"},
+            {fmt(PixelFormat::YCBCR_422_I), "YCbCr_422_I"},
+            {fmt(PixelFormat::RAW16), "RAW16"},
+            {fmt(PixelFormat::BLOB), "BLOB"},
+            {fmt(PixelFormat::IMPLEMENTATION_DEFINED), "IMPLEMENTATION_DEFINED"},
+            {fmt(PixelFormat::YCBCR_420_888), "YCbCr_420_888"},
+            {fmt(PixelFormat::RAW_OPAQUE), "RAW_OPAQUE"},
+            {fmt(PixelFormat::RAW10), "RAW10"},
+            {fmt(PixelFormat::YCBCR_P010), "YCBCR_P010"},
+            {zcam::kPixelFormatCameraOpaque, "CAMERA_OPAQUE"},
+            {zcam::kPixelFormatNV12, "NV12"},
+            {fmt(PixelFormat::Y8), "Y8"},
+            {fmt(PixelFormat::Y16), "Y16"},
+            {fmt(PixelFormat::YV12), "YV12"},
+            // Formats without a name, platform and vendor ones alike.
+            {fmt(PixelFormat::RAW12), ""},
             {-1, ""},
-            {0, ""},
-            {0x2600, ""},
+            {fmt(PixelFormat::UNSPECIFIED), ""},
+            {zcam::kPixelFormatSmvrBatch2, ""},
     };
     for (const auto& [format, name] : cases) {
         EXPECT_EQ(gQueryPixelFormatName(format), name) << std::hex << format;
@@ -42,25 +50,41 @@ TEST(NamesTest, PixelFormats) {
 }
 
 TEST(NamesTest, UsageBits) {
+    const int kReadRarely = bits(BufferUsage::CPU_READ_RARELY);
+    const int kReadOften = bits(BufferUsage::CPU_READ_OFTEN);
+    const int kWriteRarely = bits(BufferUsage::CPU_WRITE_RARELY);
+    const int kWriteOften = bits(BufferUsage::CPU_WRITE_OFTEN);
+    const int kCameraWrite = bits(BufferUsage::CAMERA_OUTPUT);
+    const int kCameraRead = bits(BufferUsage::CAMERA_INPUT);
+    const int kTexture = bits(BufferUsage::GPU_TEXTURE);
+    const int kComposer = bits(BufferUsage::COMPOSER_OVERLAY);
+    const int kImageEncoder = bits(BufferUsage::HW_IMAGE_ENCODER);
+    const int kSmvr = zcam::kUsageSmvr;
+    const int kLegacyHw2d = 0x400;  // legacy gralloc's 2D-engine bit; BufferUsage leaves it unnamed
+    // Every hardware bit that has a piece.
+    const int kAllHardware = kTexture | bits(BufferUsage::GPU_RENDER_TARGET) | kLegacyHw2d |
+                             kComposer | bits(BufferUsage::COMPOSER_CLIENT_TARGET) |
+                             bits(BufferUsage::VIDEO_ENCODER);
     const std::pair<int, const char*> cases[] = {
             {0, "0"},
-            {0x1, "0"},
-            {0x2, "0|SW_READ_RARELY"},
-            {0x33, "0|SW_READ_OFTEN|SW_WRITE_OFTEN"},
-            {0x23, "0|SW_READ_OFTEN|SW_WRITE_RARELY"},
-            {0x60000, "0|HW_CAMERA_ZSL"},
-            {0x40000, "0|HW_CAMERA_READ"},
-            {0x20000 | 0x100, "0|HW_CAMERA_WRITE|HW_TEXTURE"},
-            {0x8000000, "0"},
-            {0x20000000, "0"},
-            {0x20020000, "0|HW_CAMERA_WRITE|SMVR"},
-            {0x8000800, "0|HW_COMPOSER|HW_IMAGE_ENCODER"},
+            {1, "0"},  // a read field of 1 has no piece
+            {kReadRarely, "0|SW_READ_RARELY"},
+            {kReadOften | kWriteOften, "0|SW_READ_OFTEN|SW_WRITE_OFTEN"},
+            {kReadOften | kWriteRarely, "0|SW_READ_OFTEN|SW_WRITE_RARELY"},
+            {kCameraWrite | kCameraRead, "0|HW_CAMERA_ZSL"},
+            {kCameraRead, "0|HW_CAMERA_READ"},
+            {kCameraWrite | kTexture, "0|HW_CAMERA_WRITE|HW_TEXTURE"},
+            // The image-encoder and SMVR bits show only beside another hardware bit.
+            {kImageEncoder, "0"},
+            {kSmvr, "0"},
+            {kSmvr | kCameraWrite, "0|HW_CAMERA_WRITE|SMVR"},
+            {kImageEncoder | kComposer, "0|HW_COMPOSER|HW_IMAGE_ENCODER"},
             // Pieces follow the table's order, whatever the bits.
-            {0x20011F33,
+            {kSmvr | kAllHardware | kReadOften | kWriteOften,
              "0|SW_READ_OFTEN|SW_WRITE_OFTEN|HW_TEXTURE|HW_RENDER|HW_2D|HW_COMPOSER|HW_FB|"
              "HW_VIDEO_ENCODER|SMVR"},
-            {0x103, "0|SW_READ_OFTEN|HW_TEXTURE"},
-            {static_cast<int>(0xFFFFFFFF),
+            {kTexture | kReadOften, "0|SW_READ_OFTEN|HW_TEXTURE"},
+            {-1,
              "0|HW_CAMERA_ZSL|HW_TEXTURE|HW_RENDER|HW_2D|HW_COMPOSER|HW_FB|HW_VIDEO_ENCODER|"
              "HW_IMAGE_ENCODER|SMVR"},
     };

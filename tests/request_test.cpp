@@ -1,16 +1,25 @@
 // Records, the cache key's order and request normalisation.
+#include <utils/Errors.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
+#include <limits>
 #include <vector>
 
 #include "GrallocHelperInternal.h"
+#include "kit/Codes.h"
 
 namespace {
 
 using GrallocAidlV2::GrallocHelperAidlV2Imp;
 using GrallocAidlV2::MyStaticInfo;
 using MyRequest = GrallocHelperAidlV2Imp::MyRequest;
+using testkit::bits;
+using testkit::BufferUsage;
+using testkit::fmt;
+using testkit::PixelFormat;
 
 MyRequest key(int32_t format, int32_t usage, int32_t w, int32_t h, bool afbc, int32_t batch) {
     MyRequest k;
@@ -28,7 +37,7 @@ TEST(KeyOrderTest, ComparesFieldsInKeyOrder) {
     const std::pair<MyRequest, MyRequest> ordered[] = {
             {key(1, 9, 9, 9, true, 9), key(2, 0, 0, 0, false, 0)},   // format first
             {key(1, 9, 9, 9, true, 9), key(1, 10, 0, 0, false, 0)},  // then usage
-            {key(1, static_cast<int32_t>(0x80000000), 0, 0, false, 0),
+            {key(1, std::numeric_limits<int32_t>::min(), 0, 0, false, 0),
              key(1, 0, 0, 0, false, 0)},                            // bit 31 sorts first
             {key(1, 1, 1, 9, true, 9), key(1, 1, 2, 0, false, 0)},  // width
             {key(1, 1, 1, 1, true, 9), key(1, 1, 1, 2, false, 0)},  // height
@@ -45,8 +54,10 @@ TEST(KeyOrderTest, ComparesFieldsInKeyOrder) {
 }
 
 TEST(KeyOrderTest, AfbcKeyIsNotFoundByPlainLookup) {
-    std::vector<MyRequest> sorted = {key(0x11, 0x20000, 64, 48, true, 0)};
-    auto lookup = key(0x11, 0x20000, 64, 48, false, 0);
+    const int32_t nv21 = fmt(PixelFormat::YCRCB_420_SP);
+    const int32_t cameraWrite = bits(BufferUsage::CAMERA_OUTPUT);
+    std::vector<MyRequest> sorted = {key(nv21, cameraWrite, 64, 48, true, 0)};
+    auto lookup = key(nv21, cameraWrite, 64, 48, false, 0);
     EXPECT_FALSE(std::binary_search(sorted.begin(), sorted.end(), lookup));
 }
 
@@ -56,7 +67,7 @@ TEST(RecordsTest, DefaultAndCopyOut) {
     EXPECT_TRUE(info.planes.empty());
     EXPECT_EQ(info.grallocTime, 0);
 
-    info.format = 0x11;
+    info.format = fmt(PixelFormat::YCRCB_420_SP);
     info.widthInPixels = 64;
     info.heightInPixels = 48;
     info.planes = {{3072, 64}, {1536, 64}};
@@ -66,7 +77,7 @@ TEST(RecordsTest, DefaultAndCopyOut) {
     zcam::GrallocStaticInfo out;
     out.planes = {{1, 1}, {2, 2}, {3, 3}};
     info.copyTo(out);
-    EXPECT_EQ(out.format, 0x11);
+    EXPECT_EQ(out.format, fmt(PixelFormat::YCRCB_420_SP));
     EXPECT_EQ(out.widthInPixels, 64);
     EXPECT_EQ(out.heightInPixels, 48);
     ASSERT_EQ(out.planes.size(), 2u);
@@ -87,29 +98,40 @@ struct NormaliseCase {
 };
 
 TEST(NormaliseTest, UsageAndBatchCountByFormat) {
+    const int32_t kRead = bits(BufferUsage::CPU_READ_OFTEN);
+    const int32_t kWrite = bits(BufferUsage::CPU_WRITE_OFTEN);
+    const int32_t kComposer = bits(BufferUsage::COMPOSER_OVERLAY);
+    const int32_t kCameraWrite = bits(BufferUsage::CAMERA_OUTPUT);
+    const int32_t kCameraBoth = kCameraWrite | bits(BufferUsage::CAMERA_INPUT);
+    const int32_t kBlob = fmt(PixelFormat::BLOB);
+    const int32_t kNV21 = fmt(PixelFormat::YCRCB_420_SP);
+    // Codes between the two groups of batch formats, and just past them, are no batch formats.
+    const int32_t kBetweenBatchGroups = zcam::kPixelFormatSmvrBatch32 + 1;
+    const int32_t kLastBetween = zcam::kPixelFormatSmvrBatchCompressed2 - 1;
+    const int32_t kPastBatchGroups = zcam::kPixelFormatSmvrBatchCompressed32 + 1;
     const NormaliseCase cases[] = {
-            {0x23, 0, 0, 7},            // YCbCr_420_888 untouched
-            {0x22, 0x3, 0x3, 7},        // IMPLEMENTATION_DEFINED untouched
-            {0x11, 0, 0x20000, 7},      // camera write
-            {0x11, 0x3, 0x60003, 7},    // CPU access: camera write and read
-            {0x11, 0x80, 0x60080, 7},   // any of the low eight bits
-            {0x20, 0x3, 0x20003, 7},    // RAW16: camera write only
-            {0x21, 0x833, 0x60033, 7},  // BLOB loses the composer bit
-            {0x21, 0x800, 0x20000, 7},  //
-            {0x2605, 0, 0x20000, 7},    // not a batch format
-            {0x260F, 0x3, 0x60003, 7},  //
-            {0x2600, 0, 0, 2},          // batch formats: untouched, fixed count
-            {0x2604, 0x3, 0x3, 32},     //
-            {0x2610, 0, 0, 2},          //
-            {0x2614, 0x20000000, 0x20000000, 32},
-            {0x2615, 0, 0x20000, 7},  //
-            {-1, 0, 0x20000, 7},      // negative formats take the general rule
-            {static_cast<int32_t>(0x80000000), 0x1, 0x60001, 7},
+            {fmt(PixelFormat::YCBCR_420_888), 0, 0, 7},  // untouched
+            {fmt(PixelFormat::IMPLEMENTATION_DEFINED), kRead, kRead, 7},
+            {kNV21, 0, kCameraWrite, 7},
+            {kNV21, kRead, kRead | kCameraBoth, 7},  // CPU access: camera write and read
+            {kNV21, 0x80, 0x80 | kCameraBoth, 7},    // any of the low eight bits
+            {fmt(PixelFormat::RAW16), kRead, kRead | kCameraWrite, 7},  // camera write only
+            {kBlob, kComposer | kRead | kWrite, kRead | kWrite | kCameraBoth, 7},
+            {kBlob, kComposer, kCameraWrite, 7},  // BLOB loses the composer bit
+            {kBetweenBatchGroups, 0, kCameraWrite, 7},
+            {kLastBetween, kRead, kRead | kCameraBoth, 7},
+            {zcam::kPixelFormatSmvrBatch2, 0, 0, 2},  // batch formats: untouched, fixed count
+            {zcam::kPixelFormatSmvrBatch32, kRead, kRead, 32},
+            {zcam::kPixelFormatSmvrBatchCompressed2, 0, 0, 2},
+            {zcam::kPixelFormatSmvrBatchCompressed32, zcam::kUsageSmvr, zcam::kUsageSmvr, 32},
+            {kPastBatchGroups, 0, kCameraWrite, 7},
+            {-1, 0, kCameraWrite, 7},  // negative formats take the general rule
+            {std::numeric_limits<int32_t>::min(), 1, 1 | kCameraBoth, 7},
     };
     for (const auto& c : cases) {
         zcam::GrallocRequest request{c.usage, c.format, 640, 480, 7};
         MyRequest out = key(1, 1, 1, 1, true, 1);
-        EXPECT_EQ(GrallocHelperAidlV2Imp::determine(request, out), 0);
+        EXPECT_EQ(GrallocHelperAidlV2Imp::determine(request, out), android::NO_ERROR);
         SCOPED_TRACE(::testing::Message() << std::hex << "format 0x" << c.format);
         EXPECT_EQ(out.usage, c.expectedUsage);
         EXPECT_EQ(out.format, c.format);
@@ -122,11 +144,28 @@ TEST(NormaliseTest, UsageAndBatchCountByFormat) {
 }
 
 TEST(NormaliseTest, BatchTableCoversEveryOffset) {
-    const uint32_t expected[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2,  2, 2,
-                                   2, 2, 2, 2,  2,  2, 4, 8, 16, 32};
-    for (int i = 0; i < 21; ++i) EXPECT_EQ(GrallocAidlV2::kFormatBatchNum[i], expected[i]) << i;
-    for (int f = 0x25F0; f < 0x2620; ++f) {
-        bool batch = (f >= 0x2600 && f <= 0x2604) || (f >= 0x2610 && f <= 0x2614);
+    const int32_t kFirst = zcam::kPixelFormatSmvrBatch2;
+    const int32_t kLast = zcam::kPixelFormatSmvrBatchCompressed32;
+    const uint32_t expected[kLast - kFirst + 1] = {2, 4, 8, 16, 32, 2, 2, 2, 2,  2, 2,
+                                                   2, 2, 2, 2,  2,  2, 4, 8, 16, 32};
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_EQ(GrallocAidlV2::kFormatBatchNum[i], expected[i]) << i;
+    }
+    const int32_t batchFormats[] = {
+            zcam::kPixelFormatSmvrBatch2,
+            zcam::kPixelFormatSmvrBatch4,
+            zcam::kPixelFormatSmvrBatch8,
+            zcam::kPixelFormatSmvrBatch16,
+            zcam::kPixelFormatSmvrBatch32,
+            zcam::kPixelFormatSmvrBatchCompressed2,
+            zcam::kPixelFormatSmvrBatchCompressed4,
+            zcam::kPixelFormatSmvrBatchCompressed8,
+            zcam::kPixelFormatSmvrBatchCompressed16,
+            zcam::kPixelFormatSmvrBatchCompressed32,
+    };
+    for (int32_t f = kFirst - 16; f <= kLast + 16; ++f) {
+        const bool batch = std::find(std::begin(batchFormats), std::end(batchFormats), f) !=
+                           std::end(batchFormats);
         EXPECT_EQ(GrallocAidlV2::isVendorBatchFormat(f), batch) << std::hex << f;
     }
 }

@@ -1,9 +1,13 @@
 // The helper: lifecycle, the layout query and its cache, per-buffer operations and setters.
+#include <aidl/android/hardware/graphics/common/Dataspace.h>
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
+#include <android/hardware/graphics/mapper/IMapper.h>
 #include <android/sync.h>
 #include <cutils/properties.h>
 #include <gralloc_extra.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utils/Errors.h>
 #include <utils/Timers.h>
 
 #include <algorithm>
@@ -16,9 +20,10 @@
 
 namespace GrallocAidlV2 {
 
+using aidl::android::hardware::graphics::common::Dataspace;
+using aidl::android::hardware::graphics::common::PixelFormat;
 using NSCam::GrallocAllocatorAidlV2::AllocatorAidl;
 using NSCam::GrallocMapperAidlV2::MapperV5;
-using NSCam::Utils::ULog::ULogger;
 
 // Released at exit in reverse order: the allocator, which uses the mapper, goes first.
 std::unique_ptr<const MapperV5> gMapperV5;
@@ -29,6 +34,32 @@ namespace {
 
 constexpr unsigned long kDmaBufSetName = 0x40086201;  // DMA_BUF_SET_NAME_B
 constexpr const char* kLogLevelProperty = "debug.zyncam.utils.gralloc.loglevel";
+// The probe buffer: one layer, no reserved region.
+constexpr uint32_t kProbeLayerCount = 1;
+constexpr uint64_t kProbeReservedSize = 0;
+// freeBuffer() of a null handle.
+constexpr int kFreeNullHandle = -1;
+
+// Vendor status word of the SF-info record: the dirty-by-camera bits (0, 1, 10 and 11) and the
+// YUV colour space in the top three bits.
+constexpr int kStatusDirtyCamera = 0xC03;
+constexpr uint32_t kColorSpaceMask = 0xE0000000;
+constexpr uint32_t kColorSpaceBt601Limited = 0x20000000;
+constexpr uint32_t kColorSpaceBt601Full = 0x40000000;
+constexpr uint32_t kColorSpaceBt709Limited = 0x60000000;
+constexpr uint32_t kColorSpaceBt709Full = 0x80000000;
+constexpr uint32_t kColorSpaceBt2020Limited = 0xA0000000;
+constexpr uint32_t kColorSpaceBt2020Full = 0xC0000000;
+
+// Legacy whole dataspace values of the HAL (not in the AIDL Dataspace enum).
+constexpr int kLegacyDataspaceJfif = 0x101;
+constexpr int kLegacyDataspaceBt601_625 = 0x102;
+constexpr int kLegacyDataspaceBt601_525 = 0x103;
+constexpr int kLegacyDataspaceBt709 = 0x104;
+
+constexpr uint32_t toBits(Dataspace value) {
+    return static_cast<uint32_t>(value);
+}
 
 class AutoLock {
 public:
@@ -42,7 +73,9 @@ private:
 };
 
 bool hasAliasEntry(int32_t format) {
-    return format == 0x22 || format == 0x23 || isVendorBatchFormat(format);
+    return format == static_cast<int32_t>(PixelFormat::IMPLEMENTATION_DEFINED) ||
+           format == static_cast<int32_t>(PixelFormat::YCBCR_420_888) ||
+           isVendorBatchFormat(format);
 }
 
 }  // namespace
@@ -51,8 +84,8 @@ GrallocHelperAidlV2Imp::GrallocHelperAidlV2Imp() {
     pthread_mutex_init(&mLock, nullptr);
     ZLOGD("[%s] +");
     gLogLevel.store(property_get_int32(kLogLevelProperty, 0));
-    if (initialize() != 0) {
-        ZLOGE_AT(1036, "[%s] %s initialize fail", "GrallocHelperAidlV2Imp");
+    if (initialize() != android::NO_ERROR) {
+        ZLOGE_AT(kLogLineInitializeFail, "[%s] %s initialize fail", "GrallocHelperAidlV2Imp");
     }
     ZLOGD("[%s] -");
 }
@@ -69,10 +102,10 @@ int GrallocHelperAidlV2Imp::initialize() {
     std::shared_ptr<AllocatorAidl::IAllocator> allocator = AllocatorAidl::createInstance();
     gMapperV5 = std::make_unique<const MapperV5>(allocator);
     gAllocatorAidl = std::make_unique<const AllocatorAidl>(allocator, *gMapperV5);
-    if (gMapperV5 == nullptr || gAllocatorAidl == nullptr) return -19;
+    if (gMapperV5 == nullptr || gAllocatorAidl == nullptr) return android::NO_INIT;
     mInitialized = true;
     ZLOGD("[%s] -");
-    return 0;
+    return android::NO_ERROR;
 }
 
 int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
@@ -109,7 +142,7 @@ int GrallocHelperAidlV2Imp::queryMissLocked(MyRequest& key,
     const int result = determine(key, info);
     // Stored under the probe's flag: an AFBC layout is never found by a plain lookup again.
     key.isAFBC = info.isAFBC;
-    if (result != 0) return result;
+    if (result != android::NO_ERROR) return result;
     addToMapLocked(key, info);
     info.copyTo(*staticInfo);
 
@@ -120,21 +153,22 @@ int GrallocHelperAidlV2Imp::queryMissLocked(MyRequest& key,
         alias.format = info.format;
         if (indexOfLocked(alias) < 0) addToMapLocked(alias, info);
     }
-    return 0;
+    return android::NO_ERROR;
 }
 
 int GrallocHelperAidlV2Imp::determine(const MyRequest& request, MyStaticInfo& info) {
     const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
     const native_handle* handle = nullptr;
     uint32_t stride = 0;
-    const int allocated =
-            gAllocatorAidl->allocate(static_cast<uint32_t>(request.widthInPixels),
-                                     static_cast<uint32_t>(request.heightInPixels),
-                                     static_cast<AllocatorAidl::PixelFormat>(request.format), 1,
-                                     static_cast<uint64_t>(static_cast<uint32_t>(request.usage)),
-                                     &handle, &stride, 0, "determine");
-    if (allocated != 0 || handle == nullptr) {
-        ZLOGE_AT(1418, "[%s] Bad allcation handle:%p %dx%d format:%#x(%s) usage:%#x(%s)", handle,
+    const int allocated = gAllocatorAidl->allocate(
+            static_cast<uint32_t>(request.widthInPixels),
+            static_cast<uint32_t>(request.heightInPixels),
+            static_cast<AllocatorAidl::PixelFormat>(request.format), kProbeLayerCount,
+            static_cast<uint64_t>(static_cast<uint32_t>(request.usage)), &handle, &stride,
+            kProbeReservedSize, "determine");
+    if (allocated != android::NO_ERROR || handle == nullptr) {
+        ZLOGE_AT(kLogLineBadAllocation,
+                 "[%s] Bad allcation handle:%p %dx%d format:%#x(%s) usage:%#x(%s)", handle,
                  request.widthInPixels, request.heightInPixels, request.format,
                  gQueryPixelFormatName(request.format).c_str(), request.usage,
                  gQueryGrallocUsageName(request.usage).c_str());
@@ -143,17 +177,18 @@ int GrallocHelperAidlV2Imp::determine(const MyRequest& request, MyStaticInfo& in
             ZLOGI("[%s] free buffer_handle_t: GrallocHelper-%dx%d-%d", info.widthInPixels,
                   info.heightInPixels, info.format);
         }
-        return -12;
+        return android::NO_MEMORY;
     }
     info.grallocTime = systemTime(SYSTEM_TIME_MONOTONIC) - start;
 
     const int result = queryStaticInfo(handle, info);
-    int fd = -1;
+    int fd = kNoFd;
     const int error = gralloc_extra_query(handle, GRALLOC_EXTRA_GET_ION_FD, &fd);
     if (error != 0 || fd < 0) {
         // The probe buffer is left as it is: without its descriptor it is not touched again.
-        ZLOGE_AT(1434, "[%s] [buffer_handle_t:%p] err:%d ionFd:%d", handle, error, fd);
-        return INT32_MIN;
+        ZLOGE_AT(kLogLineProbeIonFd, "[%s] [buffer_handle_t:%p] err:%d ionFd:%d", handle, error,
+                 fd);
+        return android::UNKNOWN_ERROR;
     }
     char name[64];
     snprintf(name, sizeof(name), "GrallocHelper-%dx%d-%d", info.widthInPixels, info.heightInPixels,
@@ -260,10 +295,10 @@ int GrallocHelperAidlV2Imp::query(buffer_handle_t buffer, zcam::GrallocStaticInf
                                   NSCam::GrallocDynamicInfo* dynamicInfo) const {
     if (buffer == nullptr) {
         ZLOGE("[%s] NULL buffer_handle_t");
-        return -22;
+        return android::BAD_VALUE;
     }
     Extra extra{};
-    if (gQueryExtra(buffer, extra) != 0) return INT32_MIN;
+    if (gQueryExtra(buffer, extra) != android::NO_ERROR) return android::UNKNOWN_ERROR;
 
     AutoLock lock(mLock);
     MyRequest key;
@@ -275,13 +310,12 @@ int GrallocHelperAidlV2Imp::query(buffer_handle_t buffer, zcam::GrallocStaticInf
     if (index >= 0) {
         mStreamInfoMap[index].second.copyTo(*staticInfo);
     } else {
-        if (ULogger::sDetailsLevel >= 2) {
-            ZLOGW("[%s] Not found: %dx%d %s", key.widthInPixels, key.heightInPixels,
-                  gQueryPixelFormatName(key.format).c_str());
-        }
+        // Gated as every warning: the format's name is built only when the line is written.
+        ZLOGW("[%s] Not found: %dx%d %s", key.widthInPixels, key.heightInPixels,
+              gQueryPixelFormatName(key.format).c_str());
         MyStaticInfo info;
         const int result = queryStaticInfo(buffer, info);
-        if (result != 0) return result;
+        if (result != android::NO_ERROR) return result;
         MyRequest derived;
         derived.format = info.format;
         derived.widthInPixels = info.widthInPixels;
@@ -291,17 +325,17 @@ int GrallocHelperAidlV2Imp::query(buffer_handle_t buffer, zcam::GrallocStaticInf
         if (staticInfo != nullptr) info.copyTo(*staticInfo);
     }
     if (dynamicInfo != nullptr) {
-        int fd = -1;
+        int fd = kNoFd;
         const int error = gralloc_extra_query(buffer, GRALLOC_EXTRA_GET_ION_FD, &fd);
         if (error != 0 || fd < 0) {
             ZLOGE("[%s] [buffer_handle_t:%p] err:%d ionFd:%d", buffer, error, fd);
-            return INT32_MIN;
+            return android::UNKNOWN_ERROR;
         }
         dynamicInfo->ionFds.push_back(fd);  // still owned by the buffer
     }
     // The flag describes this buffer, whichever buffer the cache entry came from.
     staticInfo->isAFBC = extra.isAFBC;
-    return 0;
+    return android::NO_ERROR;
 }
 
 bool GrallocHelperAidlV2Imp::importBuffer(buffer_handle_t& buffer, bool deleteRaw) {
@@ -311,7 +345,7 @@ bool GrallocHelperAidlV2Imp::importBuffer(buffer_handle_t& buffer, bool deleteRa
     }
     const native_handle* imported = nullptr;
     const int32_t error = gMapperV5->importBuffer(buffer, &imported);
-    if (error != 0) {
+    if (error != AIMAPPER_ERROR_NONE) {
         ZLOGE("[%s] importBuffer(%p) failed: %d", buffer, error);
         return false;
     }
@@ -322,15 +356,15 @@ bool GrallocHelperAidlV2Imp::importBuffer(buffer_handle_t& buffer, bool deleteRa
 }
 
 int GrallocHelperAidlV2Imp::freeBuffer(buffer_handle_t buffer) {
-    if (buffer == nullptr) return -1;
+    if (buffer == nullptr) return kFreeNullHandle;
     return gMapperV5->freeBuffer(buffer);
 }
 
 int GrallocHelperAidlV2Imp::lock(buffer_handle_t buffer, unsigned int usage, int width, int height,
                                  void** outData) {
     const ARect region{0, 0, width, height};
-    const int32_t error = gMapperV5->lock(buffer, usage, region, -1, outData);
-    if (error != 0) {
+    const int32_t error = gMapperV5->lock(buffer, usage, region, kNoFence, outData);
+    if (error != AIMAPPER_ERROR_NONE) {
         ZLOGE("[%s] lock(...) failed %d (%s)", error, strerror(-error));
     }
     return error;
@@ -338,9 +372,9 @@ int GrallocHelperAidlV2Imp::lock(buffer_handle_t buffer, unsigned int usage, int
 
 int GrallocHelperAidlV2Imp::unlock(buffer_handle_t buffer) {
     const int fence = gMapperV5->unlock(buffer);
-    sync_wait(fence, -1);
+    sync_wait(fence, kSyncWaitForever);
     close(fence);
-    return 0;
+    return android::NO_ERROR;
 }
 
 int GrallocHelperAidlV2Imp::setBufferStatus(buffer_handle_t buffer, int mask, int value) const {
@@ -352,55 +386,56 @@ int GrallocHelperAidlV2Imp::setBufferStatus(buffer_handle_t buffer, int mask, in
 }
 
 int GrallocHelperAidlV2Imp::setDirtyCamera(buffer_handle_t buffer) const {
-    return setBufferStatus(buffer, 0xC03, 0xC03);
+    return setBufferStatus(buffer, kStatusDirtyCamera, kStatusDirtyCamera);
 }
 
 int GrallocHelperAidlV2Imp::setColorspace(buffer_handle_t buffer, int dataspace) const {
-    constexpr uint32_t kStandardMask = 0x3F0000, kRangeMask = 0x38000000;
-    constexpr uint32_t kBt709 = 0x10000, kBt601_625 = 0x20000, kBt601_625Unadjusted = 0x30000,
-                       kBt601_525Unadjusted = 0x50000, kBt2020 = 0x60000,
-                       kBt2020ConstantLuminance = 0x70000;
-    constexpr uint32_t kFull = 0x08000000, kLimited = 0x10000000;
-    constexpr int kJfif = 0x101, kLegacyBt601_625 = 0x102, kLegacyBt601_525 = 0x103,
-                  kLegacyBt709 = 0x104;
-
-    const uint32_t standard = static_cast<uint32_t>(dataspace) & kStandardMask;
-    const uint32_t range = static_cast<uint32_t>(dataspace) & kRangeMask;
+    const uint32_t standard = static_cast<uint32_t>(dataspace) & toBits(Dataspace::STANDARD_MASK);
+    const uint32_t range = static_cast<uint32_t>(dataspace) & toBits(Dataspace::RANGE_MASK);
+    const bool full = range == toBits(Dataspace::RANGE_FULL);
+    const bool limited = range == toBits(Dataspace::RANGE_LIMITED);
     // BT601_525 itself is not in the family; its unadjusted sibling is.
-    const bool bt601 = standard == kBt601_625 || standard == kBt601_625Unadjusted ||
-                       standard == kBt601_525Unadjusted || dataspace == kJfif ||
-                       dataspace == kLegacyBt601_625 || dataspace == kLegacyBt601_525;
-    const bool bt709 = dataspace == kLegacyBt709 || standard == kBt709;
-    const bool bt2020 = standard == kBt2020 || standard == kBt2020ConstantLuminance;
+    const bool bt601 = standard == toBits(Dataspace::STANDARD_BT601_625) ||
+                       standard == toBits(Dataspace::STANDARD_BT601_625_UNADJUSTED) ||
+                       standard == toBits(Dataspace::STANDARD_BT601_525_UNADJUSTED) ||
+                       dataspace == kLegacyDataspaceJfif ||
+                       dataspace == kLegacyDataspaceBt601_625 ||
+                       dataspace == kLegacyDataspaceBt601_525;
+    const bool bt709 =
+            dataspace == kLegacyDataspaceBt709 || standard == toBits(Dataspace::STANDARD_BT709);
+    const bool bt2020 = standard == toBits(Dataspace::STANDARD_BT2020) ||
+                        standard == toBits(Dataspace::STANDARD_BT2020_CONSTANT_LUMINANCE);
 
     uint32_t value;
-    if (bt601 && (range == kFull || dataspace == kJfif)) {
-        value = 0x40000000;
-    } else if (bt601 && (range == kLimited || dataspace == kLegacyBt601_625 ||
-                         dataspace == kLegacyBt601_525)) {
-        value = 0x20000000;
-    } else if (bt709 && range == kFull) {
-        value = 0x80000000;
-    } else if (bt709 && (range == kLimited || dataspace == kLegacyBt709)) {
-        value = 0x60000000;
-    } else if (bt2020 && range == kFull) {
-        value = 0xC0000000;
-    } else if (bt2020 && range == kLimited) {
-        value = 0xA0000000;
+    if (bt601 && (full || dataspace == kLegacyDataspaceJfif)) {
+        value = kColorSpaceBt601Full;
+    } else if (bt601 && (limited || dataspace == kLegacyDataspaceBt601_625 ||
+                         dataspace == kLegacyDataspaceBt601_525)) {
+        value = kColorSpaceBt601Limited;
+    } else if (bt709 && full) {
+        value = kColorSpaceBt709Full;
+    } else if (bt709 && (limited || dataspace == kLegacyDataspaceBt709)) {
+        value = kColorSpaceBt709Limited;
+    } else if (bt2020 && full) {
+        value = kColorSpaceBt2020Full;
+    } else if (bt2020 && limited) {
+        value = kColorSpaceBt2020Limited;
     } else {
-        value = 0x40000000;
+        value = kColorSpaceBt601Full;
         ZLOGE("[%s] unknown color space %x(%s), set default value, BT601 FULL", value,
               zcam::queryDataspaceName(dataspace).c_str());
     }
-    if (gLogLevel.load() >= 2) {
+    if (gLogLevel.load() >= kOwnLogLevelDetails) {
         ZLOGD("[%s] GRALLOC_EXTRA_BIT_YUV=0x%x(%s)", value,
               zcam::queryDataspaceName(dataspace).c_str());
     }
-    return setBufferStatus(buffer, static_cast<int>(0xE0000000), static_cast<int>(value));
+    return setBufferStatus(buffer, static_cast<int>(kColorSpaceMask), static_cast<int>(value));
 }
 
 int GrallocHelperAidlV2Imp::setBufferSOF(buffer_handle_t buffer, unsigned long timestamp) const {
-    return gralloc_extra_perform(buffer, GRALLOC_EXTRA_SET_SOF_TIME, &timestamp);
+    // The extension stores 64 bits, wider than unsigned long on a 32-bit target.
+    uint64_t time = timestamp;
+    return gralloc_extra_perform(buffer, GRALLOC_EXTRA_SET_SOF_TIME, &time);
 }
 
 int GrallocHelperAidlV2Imp::getGrallocExtraFormat(int format, unsigned long usage) {

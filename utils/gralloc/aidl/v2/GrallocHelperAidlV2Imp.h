@@ -42,10 +42,15 @@ struct MyStaticInfo : zcam::GrallocStaticInfo {
     }
 };
 
-// The vendor slow-motion batch formats: 0x2600-0x2604 and 0x2610-0x2614.
+// The vendor slow-motion batch formats: kPixelFormatSmvrBatch2..32 and
+// kPixelFormatSmvrBatchCompressed2..32, one bit each above kPixelFormatSmvrBatch2.
 inline bool isVendorBatchFormat(int32_t format) {
-    const uint32_t index = static_cast<uint32_t>(format) - 0x2600u;
-    return index <= 20 && ((0x1F001Fu >> index) & 1u) != 0;
+    constexpr uint32_t kBatchFormatBits = 0x1F001F;
+    constexpr uint32_t kLastBit =
+            zcam::kPixelFormatSmvrBatchCompressed32 - zcam::kPixelFormatSmvrBatch2;
+    const uint32_t index =
+            static_cast<uint32_t>(format) - static_cast<uint32_t>(zcam::kPixelFormatSmvrBatch2);
+    return index <= kLastBit && ((kBatchFormatBits >> index) & 1u) != 0;
 }
 
 extern std::unique_ptr<const NSCam::GrallocMapperAidlV2::MapperV5> gMapperV5;

@@ -15,14 +15,42 @@
 
 namespace GrallocAidlV2 {
 
-// Batch counts of the vendor slow-motion formats, indexed by format - 0x2600.
-inline constexpr uint32_t kFormatBatchNum[21] = {2, 4, 8, 16, 32, 2, 2, 2, 2,  2, 2,
-                                                 2, 2, 2, 2,  2,  2, 4, 8, 16, 32};
+// Source line numbers that the helper's error and fatal lines carry after "{#". They are part
+// of the log text, fixed whatever line of this code writes them.
+enum LogTextLine : int {
+    kLogLineExtraQueryFailed = 472,
+    kLogLineExtraRecord = 473,
+    kLogLineYCbCrLockFailed = 529,
+    kLogLineStaticInfoExtraFailed = 600,
+    kLogLineStaticInfoIonFd = 615,
+    kLogLineFlexibleFormat = 995,
+    kLogLineUnsupportedFormat = 999,
+    kLogLineInitializeFail = 1036,
+    kLogLineNullRequest = 1263,
+    kLogLineNullStaticInfo = 1268,
+    kLogLineBadAllocation = 1418,
+    kLogLineProbeIonFd = 1434,
+};
+
+// Descriptor values and waits of the platform calls.
+inline constexpr int kNoFd = -1;             // preset of a descriptor the extension fills in
+inline constexpr int kNoFence = -1;          // no acquire fence: the buffer is ready
+inline constexpr int kSyncWaitForever = -1;  // sync_wait without a time limit
+// The camera stack's debug switch is asked about error lines.
+inline constexpr char kTestLogError = 'E';
+// The library's own log level from which extra dumps are written.
+inline constexpr int32_t kOwnLogLevelDetails = 2;
+
+// Batch counts of the vendor slow-motion formats, indexed by format - kPixelFormatSmvrBatch2.
+inline constexpr uint32_t kFormatBatchNum[zcam::kPixelFormatSmvrBatchCompressed32 -
+                                          zcam::kPixelFormatSmvrBatch2 + 1] = {
+        2, 4, 8, 16, 32, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 4, 8, 16, 32};
 
 // Frames per buffer handed to layout derivation for a normalised request.
 inline uint32_t batchCountForDerivation(const GrallocHelperAidlV2Imp::MyRequest& request) {
-    return isVendorBatchFormat(request.format) ? kFormatBatchNum[request.format - 0x2600]
-                                               : static_cast<uint32_t>(request.batchNum);
+    return isVendorBatchFormat(request.format)
+                   ? kFormatBatchNum[request.format - zcam::kPixelFormatSmvrBatch2]
+                   : static_cast<uint32_t>(request.batchNum);
 }
 
 std::string gQueryPixelFormatName(int format);

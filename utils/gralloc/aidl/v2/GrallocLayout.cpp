@@ -1,47 +1,59 @@
 // Layout derivation: a buffer's gralloc-extension attributes (and, for two YUV formats, one CPU
 // lock) turned into its plane layout, with consistency checks.
+#include <aidl/android/hardware/graphics/common/BufferUsage.h>
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
+#include <android/hardware/graphics/mapper/IMapper.h>
 #include <android/log.h>
 #include <android/sync.h>
 #include <gralloc_extra.h>
 #include <unistd.h>
+#include <utils/Errors.h>
 
 #include <cstring>
 #include <sstream>
 
 #include "GrallocHelperInternal.h"
 #include "GrallocMapperAidlV2.h"
+#include "LayoutArithmetic.h"
 #include "logging/GrallocLog.h"
 
 namespace GrallocAidlV2 {
 
 namespace {
 
-constexpr uint32_t kUsageSmvr = 0x20000000;
-constexpr uint32_t kUsageProtected = 0x4000;
-constexpr uint32_t kSfInfoAfbcBit = 0x400000;
-constexpr size_t kSfInfoStatusOffset = 56;
-constexpr int kYCbCrSourceLine = 529;
+using aidl::android::hardware::graphics::common::BufferUsage;
+using aidl::android::hardware::graphics::common::PixelFormat;
+using layout::alignUp32;
+using layout::kRowAlignment;
 
-template <typename T>
-T alignUp(T value, T alignment) {
-    return (value + alignment - 1) / alignment * alignment;
+constexpr int32_t toInt(PixelFormat format) {
+    return static_cast<int32_t>(format);
 }
+constexpr uint32_t toBits(BufferUsage usage) {
+    return static_cast<uint32_t>(usage);
+}
+
+constexpr uint32_t kUsageSmvr = static_cast<uint32_t>(zcam::kUsageSmvr);
+constexpr uint32_t kUsageProtected = toBits(BufferUsage::PROTECTED);
+// What the plane probe locks for: the CPU reads it, once.
+constexpr uint64_t kYCbCrLockUsage = toBits(BufferUsage::CPU_READ_OFTEN);
+// The SF-info record's status word and its AFBC bit (bit 22).
+constexpr size_t kSfInfoStatusOffset = 56;
+constexpr uint32_t kSfInfoAfbcBit = 0x400000;
+// YCbCr_422_I keeps at least this many rows per plane.
+constexpr size_t kPackedYuvMinRows = 16;
 
 // Zeroes `field` and asks the extension for `attribute` into it.
 template <typename T>
-int queryInto(buffer_handle_t buffer, int attribute, T& field) {
+int queryInto(buffer_handle_t buffer, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute, T& field) {
     field = 0;
-    return gralloc_extra_query(buffer, static_cast<GRALLOC_EXTRA_ATTRIBUTE_QUERY>(attribute),
-                               &field);
+    return gralloc_extra_query(buffer, attribute, &field);
 }
 
-// 32-bit signed product, as the layout rules compute some chroma sizes.
-int32_t product32(int32_t a, int32_t b) {
-    return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
-}
-
+// Bytes from `from` to `to`, as addresses: the mapper's plane pointers need not lie in one
+// object that this process can see.
 size_t distance(const void* from, const void* to) {
-    return static_cast<size_t>(static_cast<const uint8_t*>(to) - static_cast<const uint8_t*>(from));
+    return static_cast<size_t>(reinterpret_cast<uintptr_t>(to) - reinterpret_cast<uintptr_t>(from));
 }
 
 }  // namespace
@@ -78,19 +90,19 @@ int gQueryExtra(buffer_handle_t buffer, Extra& extra) {
     error |= queryInto(buffer, GRALLOC_EXTRA_GET_HEIGHT, extra.height);
     error |= gralloc_extra_query(buffer, GRALLOC_EXTRA_GET_SF_INFO, &sfInfo);
     if (error != 0) {
-        ZLOGE_AT(472, "[%s] Given buffer_handle_t:%p, gralloc_extra_query returns %d", buffer,
-                 error);
-        ZLOGE_AT(473, "[%s] %s", toString(extra).c_str());
-        return INT32_MIN;
+        ZLOGE_AT(kLogLineExtraQueryFailed,
+                 "[%s] Given buffer_handle_t:%p, gralloc_extra_query returns %d", buffer, error);
+        ZLOGE_AT(kLogLineExtraRecord, "[%s] %s", toString(extra).c_str());
+        return android::UNKNOWN_ERROR;
     }
     uint32_t status = 0;
     memcpy(&status, reinterpret_cast<const uint8_t*>(&sfInfo) + kSfInfoStatusOffset,
            sizeof(status));
     extra.isAFBC = (status & kSfInfoAfbcBit) != 0;
-    if (extra.rowStrideInPixels == 0 || gLogLevel.load() >= 2) {
+    if (extra.rowStrideInPixels == 0 || gLogLevel.load() >= kOwnLogLevelDetails) {
         ZLOGD("[%s] Given buffer_handle_t:%p, GrallocExtra:%s", buffer, toString(extra).c_str());
     }
-    return 0;
+    return android::NO_ERROR;
 }
 
 bool checkPlaneSize(const MyStaticInfo& info, size_t index, size_t rows) {
@@ -104,41 +116,267 @@ bool checkPlaneSize(const MyStaticInfo& info, size_t index, size_t rows) {
     // The flag byte is compared as stored: only exactly 1 means AFBC here.
     uint8_t afbc = 0;
     memcpy(&afbc, &info.isAFBC, sizeof(afbc));
-    if (afbc == 1 && plane.rowStrideInBytes % 32 != 0) {
+    if (afbc == 1 && plane.rowStrideInBytes % kRowAlignment != 0) {
         ZLOGW("[%s] AFBC buffer is not 32 aligned, %zu (%zu)", plane.rowStrideInBytes,
-              alignUp<size_t>(plane.rowStrideInBytes, 32));
+              alignUp32(plane.rowStrideInBytes));
     }
     return plane.sizeInBytes == expected;
 }
 
 void gQueryYCbCr(android_ycbcr& ycbcr, buffer_handle_t buffer, size_t width, size_t height) {
     const ARect region{0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height)};
-    const int32_t status = gMapperV5->lock(buffer, 3, region, -1, &ycbcr);
+    const int32_t status = gMapperV5->lock(buffer, kYCbCrLockUsage, region, kNoFence, &ycbcr);
     const int fence = gMapperV5->unlock(buffer);
     // Only the plane distances are used, and only once the release fence has signalled.
-    sync_wait(fence, -1);
+    sync_wait(fence, kSyncWaitForever);
     close(fence);
     ZLOGD("[%s] 4.0: cr-y:%zu cb-cr:%zu y:%p cb:%p cr:%p ystride:%zu cstride:%zu "
           "chroma_step:%zu status:%d",
           distance(ycbcr.y, ycbcr.cr), distance(ycbcr.cr, ycbcr.cb), ycbcr.y, ycbcr.cb, ycbcr.cr,
           ycbcr.ystride, ycbcr.cstride, ycbcr.chroma_step, status);
-    if (status == 0) return;
-    if (zyncam_testLog(LOG_TAG, 'E')) {
+    if (status == AIMAPPER_ERROR_NONE) return;
+    if (zyncam_testLog(LOG_TAG, kTestLogError)) {
         __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "[Fatal] [%s] status:%d(%s) (%s){#%d:%s}",
                             "gQueryYCbCr", -status, strerror(-status), "gQueryYCbCr",
-                            kYCbCrSourceLine, LOG_FILE);
+                            kLogLineYCbCrLockFailed, LOG_FILE);
     }
-    __android_log_assert("1", LOG_TAG, "(%s){#%d:%s}\r\n", "gQueryYCbCr", kYCbCrSourceLine,
+    __android_log_assert("1", LOG_TAG, "(%s){#%d:%s}\r\n", "gQueryYCbCr", kLogLineYCbCrLockFailed,
                          LOG_FILE);
 }
+
+namespace {
+
+// The derivation's lines are written in the name of the function callers know.
+constexpr const char* kStaticInfoFunction = "queryStaticInfo";
+
+// What the layout rules read: the extension's attributes and the record's batch count.
+struct Geometry {
+    buffer_handle_t buffer;
+    uint32_t usage;    // U
+    size_t stride;     // S: row stride in pixels
+    size_t rows;       // R: rows allocated
+    size_t allocSize;  // A
+    int32_t stride32;  // s: the row stride as a signed 32-bit value
+    int32_t height32;  // h
+    int32_t width;     // W: the record's width
+    int32_t height;    // H
+    uint32_t batch;    // B, at least 1
+    bool afbc;
+};
+
+void setPlane(MyStaticInfo& info, size_t index, size_t stride, size_t size) {
+    info.planes[index].rowStrideInBytes = stride;
+    info.planes[index].sizeInBytes = size;
+}
+
+// One plane, checked against all rows.
+void setSinglePlane(MyStaticInfo& info, const Geometry& g, size_t stride, size_t size) {
+    info.planes.resize(1);
+    setPlane(info, 0, stride, size);
+    checkPlaneSize(info, 0, g.rows);
+}
+
+// The single-plane formats: the row stride is the pixel stride times the bytes per pixel.
+enum class SinglePlaneRule : uint8_t {
+    kPlain,
+    // Opaque camera formats: the pixel stride rounded up to 32, with no packing factor.
+    kZslAligned,
+    // Packed YUV: warns about a stride off 32 and a plane of fewer than 16 rows.
+    kPackedYuv,
+};
+
+struct SinglePlaneFormat {
+    int32_t format;
+    size_t bytesPerPixel;
+    SinglePlaneRule rule;
+};
+
+constexpr SinglePlaneFormat kSinglePlaneFormats[] = {
+        {toInt(PixelFormat::RGBA_8888), 4, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::BGRA_8888), 4, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::RGB_888), 3, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::RGB_565), 2, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::RAW16), 2, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::Y16), 2, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::BLOB), 1, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::RAW_OPAQUE), 1, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::RAW10), 1, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::Y8), 1, SinglePlaneRule::kPlain},
+        {toInt(PixelFormat::IMPLEMENTATION_DEFINED), 1, SinglePlaneRule::kZslAligned},
+        {zcam::kPixelFormatCameraOpaque, 1, SinglePlaneRule::kZslAligned},
+        {toInt(PixelFormat::YCBCR_422_I), 2, SinglePlaneRule::kPackedYuv},
+};
+
+const SinglePlaneFormat* findSinglePlaneFormat(int32_t format) {
+    for (const auto& entry : kSinglePlaneFormats) {
+        if (entry.format == format) return &entry;
+    }
+    return nullptr;
+}
+
+void deriveSinglePlane(const SinglePlaneFormat& entry, const Geometry& g, MyStaticInfo& info) {
+    switch (entry.rule) {
+        case SinglePlaneRule::kPlain:
+            setSinglePlane(info, g, entry.bytesPerPixel * g.stride, g.allocSize);
+            break;
+        case SinglePlaneRule::kZslAligned:
+            ZLOGD_FN(kStaticInfoFunction, "[%s] only in zsl mode: %#x(%s)", entry.format,
+                     gQueryPixelFormatName(entry.format).c_str());
+            setSinglePlane(info, g, alignUp32(g.stride), g.allocSize);
+            break;
+        case SinglePlaneRule::kPackedYuv: {
+            setSinglePlane(info, g, entry.bytesPerPixel * g.stride, g.allocSize);
+            const size_t stride = info.planes[0].rowStrideInBytes;
+            const size_t size = info.planes[0].sizeInBytes;
+            if (stride % kRowAlignment != 0) {
+                ZLOGW_FN(kStaticInfoFunction,
+                         "[%s] [YCbCr_422_I] rowStrideInBytes:%zu is not a multiple of 32", stride);
+            }
+            if (size < stride * kPackedYuvMinRows) {
+                ZLOGW_FN(kStaticInfoFunction,
+                         "[%s] [YCbCr_422_I] sizeInBytes:%zu<rowStrideInBytes:%zu*16", size,
+                         stride);
+            }
+            break;
+        }
+    }
+}
+
+// A luma plane and an interleaved chroma plane of half the rows, with one row stride.
+void setLumaAndChroma(MyStaticInfo& info, const Geometry& g, size_t rowBytes, size_t lumaSize,
+                      size_t chromaSize) {
+    info.planes.resize(2);
+    setPlane(info, 0, rowBytes, lumaSize);
+    checkPlaneSize(info, 0, g.rows);
+    setPlane(info, 1, rowBytes, chromaSize);
+    checkPlaneSize(info, 1, g.rows >> 1);
+}
+
+// A compressed slow-motion buffer holds the whole batch in its one plane; the layout describes
+// one frame's share of it. Returns the plane's size before.
+size_t keepOneFrameOfBatch(const Geometry& g, MyStaticInfo& info) {
+    const size_t before = info.planes[0].sizeInBytes;
+    info.planes[0].sizeInBytes = g.allocSize / g.batch;
+    return before;
+}
+
+// YCrCb_420_SP: luma, then interleaved chroma from cr on; the planes come from one CPU lock.
+void deriveSemiPlanar420(const Geometry& g, MyStaticInfo& info) {
+    android_ycbcr ycbcr{};
+    gQueryYCbCr(ycbcr, g.buffer, layout::toSize(g.width), layout::toSize(g.height));
+    if (g.afbc) {
+        setSinglePlane(info, g, ycbcr.ystride, g.allocSize);
+        return;
+    }
+    const size_t luma = distance(ycbcr.y, ycbcr.cr);
+    info.planes.resize(2);
+    setPlane(info, 0, ycbcr.ystride, luma);
+    checkPlaneSize(info, 0, g.rows);
+    setPlane(info, 1, ycbcr.cstride, g.allocSize - luma);
+    checkPlaneSize(info, 1, g.rows >> 1);
+    if (g.usage & kUsageSmvr) {
+        // One frame of the batch: its chroma is what a 32-aligned frame has beyond the luma.
+        const size_t before = info.planes[1].sizeInBytes;
+        info.planes[1].sizeInBytes =
+                layout::toSize(layout::smvrSemiPlanarFrameSize(g.width, g.height)) - luma;
+        ZLOGD_FN(kStaticInfoFunction,
+                 "[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%lx), "
+                 "plane-crcb(rsb=%zu, sib-ori=%lx, sib-adjusted=%lx), extra.allocSize=%zu",
+                 info.producerUsage, g.width, g.height, ycbcr.ystride,
+                 static_cast<unsigned long>(luma), ycbcr.cstride,
+                 static_cast<unsigned long>(before),
+                 static_cast<unsigned long>(info.planes[1].sizeInBytes), g.allocSize);
+    }
+}
+
+// P010: 16-bit samples, luma then interleaved chroma, both from the stride and height.
+void deriveP010(const Geometry& g, MyStaticInfo& info) {
+    const size_t rowBytes = 2 * g.stride;
+    if (g.afbc) {
+        setSinglePlane(info, g, rowBytes, g.allocSize);
+        if (g.usage & kUsageSmvr) {
+            const size_t before = keepOneFrameOfBatch(g, info);
+            ZLOGD_FN(kStaticInfoFunction,
+                     "[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
+                     "sib-adjusted=%lu), extra.allocSize=%zu, batch=%d",
+                     info.producerUsage, g.width, g.height, before,
+                     static_cast<unsigned long>(info.planes[0].sizeInBytes), g.allocSize,
+                     static_cast<int>(info.batchNum));
+        }
+        return;
+    }
+    setLumaAndChroma(info, g, rowBytes, layout::product64(g.stride32, g.height32) * 2,
+                     layout::p010ChromaSize(g.stride32, g.height32));
+}
+
+// NV12: luma then interleaved chroma, from the signed stride and height.
+void deriveNV12(const Geometry& g, MyStaticInfo& info) {
+    const size_t rowBytes = layout::toSize(g.stride32);
+    if (g.afbc) {
+        setSinglePlane(info, g, rowBytes, g.allocSize);
+        if (g.usage & kUsageSmvr) {
+            const size_t before = keepOneFrameOfBatch(g, info);
+            ZLOGD_FN(kStaticInfoFunction,
+                     "[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
+                     "sib-adjusted=%zu), extra.allocSize=%zu, batch=%d",
+                     info.producerUsage, g.width, g.height, before, info.planes[0].sizeInBytes,
+                     g.allocSize, static_cast<int>(info.batchNum));
+        }
+        return;
+    }
+    setLumaAndChroma(info, g, rowBytes, layout::product64(g.stride32, g.height32),
+                     layout::nv12ChromaSize(g.stride32, g.height32));
+}
+
+// YV12: planes Y, Cr, Cb as they lie in memory.
+void deriveYV12(const Geometry& g, MyStaticInfo& info) {
+    info.planes.resize(3);
+    if (info.usage & kUsageProtected) {
+        // A protected buffer cannot be locked: the planes follow from the stride and height.
+        const size_t chromaStride = layout::toSize(g.stride32 / 2);
+        const size_t chromaSize = layout::yv12ChromaSize(g.stride32, g.height32);
+        setPlane(info, 0, layout::toSize(g.stride32), layout::product64(g.stride32, g.height32));
+        checkPlaneSize(info, 0, g.rows);
+        setPlane(info, 1, chromaStride, chromaSize);
+        checkPlaneSize(info, 1, g.rows >> 1);
+        setPlane(info, 2, chromaStride, chromaSize);
+        // The Cr plane is checked twice and the Cb plane never, as the layout rule has it.
+        checkPlaneSize(info, 1, g.rows >> 1);
+        return;
+    }
+    android_ycbcr ycbcr{};
+    gQueryYCbCr(ycbcr, g.buffer, layout::toSize(g.width), layout::toSize(g.height));
+    const size_t luma = distance(ycbcr.y, ycbcr.cr);
+    const size_t cr = distance(ycbcr.cr, ycbcr.cb);
+    const size_t beforeCb = distance(ycbcr.y, ycbcr.cb);
+    setPlane(info, 0, ycbcr.ystride, luma);
+    checkPlaneSize(info, 0, g.rows);
+    setPlane(info, 1, ycbcr.cstride, cr);
+    checkPlaneSize(info, 1, g.rows >> 1);
+    setPlane(info, 2, ycbcr.cstride, g.allocSize - beforeCb);
+    checkPlaneSize(info, 2, g.rows >> 1);
+    if (g.usage & kUsageSmvr) {
+        const size_t before = info.planes[2].sizeInBytes;
+        info.planes[2].sizeInBytes = g.allocSize / g.batch - beforeCb;
+        ZLOGD_FN(kStaticInfoFunction,
+                 "[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%zd), "
+                 "plane-cr(rsb=%zu, sid=%zd), plane-cb(rsb=%zu, sib-ori=%zu, "
+                 "sib-adjusted=%zu), extra.allocSize=%zu",
+                 info.producerUsage, g.width, g.height, ycbcr.ystride, static_cast<ssize_t>(luma),
+                 ycbcr.cstride, static_cast<ssize_t>(cr), ycbcr.cstride, before,
+                 info.planes[2].sizeInBytes, g.allocSize);
+    }
+}
+
+}  // namespace
 
 int queryStaticInfo(buffer_handle_t buffer, MyStaticInfo& info) {
     Extra extra{};
     const int status = gQueryExtra(buffer, extra);
-    if (status != 0) {
-        ZLOGE_AT(600, "[%s] Given buffer_handle_t:%p, gralloc_extra_query returns %d", buffer,
-                 status);
-        return INT32_MIN;
+    if (status != android::NO_ERROR) {
+        ZLOGE_AT(kLogLineStaticInfoExtraFailed,
+                 "[%s] Given buffer_handle_t:%p, gralloc_extra_query returns %d", buffer, status);
+        return android::UNKNOWN_ERROR;
     }
     info.format = extra.format;
     info.usage = extra.usage;
@@ -148,188 +386,48 @@ int queryStaticInfo(buffer_handle_t buffer, MyStaticInfo& info) {
     info.producerUsage = extra.producerUsage;
     info.isAFBC = extra.isAFBC;
 
-    int fd = -1;
+    int fd = kNoFd;
     const int error = gralloc_extra_query(buffer, GRALLOC_EXTRA_GET_ION_FD, &fd);
     if (error != 0 || fd < 0) {
-        ZLOGE_AT(615, "[%s] [buffer_handle_t:%p] err:%d ionFd:%d", buffer, error, fd);
-        return INT32_MIN;
+        ZLOGE_AT(kLogLineStaticInfoIonFd, "[%s] [buffer_handle_t:%p] err:%d ionFd:%d", buffer,
+                 error, fd);
+        return android::UNKNOWN_ERROR;
     }
 
-    const int32_t F = extra.format;
-    const uint32_t U = extra.usage;
-    const size_t S = extra.rowStrideInPixels;
-    const size_t R = extra.rowNum;
-    const size_t A = extra.allocSize;
-    const int32_t s = extra.stride;
-    const int32_t h = extra.height;
-    const int32_t W = info.widthInPixels;
-    const int32_t H = info.heightInPixels;
-    const uint32_t B = info.batchNum > 1 ? info.batchNum : 1;
-    const bool afbc = info.isAFBC;
-    auto& planes = info.planes;
-    auto setPlane = [&](size_t index, size_t stride, size_t size) {
-        planes[index].rowStrideInBytes = stride;
-        planes[index].sizeInBytes = size;
-    };
-    auto onePlane = [&](size_t stride, size_t size) {
-        planes.resize(1);
-        setPlane(0, stride, size);
-        checkPlaneSize(info, 0, R);
-    };
-
-    switch (F) {
-        case 0x1:  // RGBA_8888
-        case 0x5:  // BGRA_8888
-            onePlane(4 * S, A);
-            break;
-        case 0x3:  // RGB_888
-            onePlane(3 * S, A);
-            break;
-        case 0x4:         // RGB_565
-        case 0x20:        // RAW16
-        case 0x20363159:  // Y16
-            onePlane(2 * S, A);
-            break;
-        case 0x21:        // BLOB
-        case 0x24:        // RAW_OPAQUE
-        case 0x25:        // RAW10
-        case 0x20203859:  // Y8
-            onePlane(S, A);
-            break;
-        case 0x22:   // IMPLEMENTATION_DEFINED
-        case 0x111:  // CAMERA_OPAQUE
-            // The stride is the pixel stride rounded to 32, with no packing factor applied.
-            ZLOGD("[%s] only in zsl mode: %#x(%s)", F, gQueryPixelFormatName(F).c_str());
-            onePlane(alignUp<size_t>(S, 32), A);
-            break;
-        case 0x14: {  // YCbCr_422_I
-            onePlane(2 * S, A);
-            const size_t stride = planes[0].rowStrideInBytes, size = planes[0].sizeInBytes;
-            if (stride % 32 != 0) {
-                ZLOGW("[%s] [YCbCr_422_I] rowStrideInBytes:%zu is not a multiple of 32", stride);
-            }
-            if (size < stride * 16) {
-                ZLOGW("[%s] [YCbCr_422_I] sizeInBytes:%zu<rowStrideInBytes:%zu*16", size, stride);
-            }
-            break;
-        }
-        case 0x11: {  // YCrCb_420_SP
-            android_ycbcr ycbcr{};
-            gQueryYCbCr(ycbcr, buffer, W, H);
-            if (afbc) {
-                onePlane(ycbcr.ystride, A);
-                break;
-            }
-            const size_t luma = distance(ycbcr.y, ycbcr.cr);
-            planes.resize(2);
-            setPlane(0, ycbcr.ystride, luma);
-            checkPlaneSize(info, 0, R);
-            setPlane(1, ycbcr.cstride, A - luma);
-            checkPlaneSize(info, 1, R >> 1);
-            if (U & kUsageSmvr) {
-                // One frame: a 32-aligned luma plane and half of it, less the luma reported.
-                const int32_t M = product32(alignUp(W, 32), alignUp(H, 32));
-                const int32_t frame = static_cast<int32_t>(static_cast<uint32_t>(M) +
-                                                           static_cast<uint32_t>(M >> 1));
-                const size_t before = planes[1].sizeInBytes;
-                planes[1].sizeInBytes = static_cast<size_t>(static_cast<int64_t>(frame)) - luma;
-                ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%lx), "
-                      "plane-crcb(rsb=%zu, sib-ori=%lx, sib-adjusted=%lx), extra.allocSize=%zu",
-                      info.producerUsage, W, H, ycbcr.ystride, luma, ycbcr.cstride, before,
-                      planes[1].sizeInBytes, A);
-            }
-            break;
-        }
-        case 0x36:  // YCBCR_P010
-            if (afbc) {
-                onePlane(2 * S, A);
-                if (U & kUsageSmvr) {
-                    const size_t before = planes[0].sizeInBytes;
-                    planes[0].sizeInBytes = A / B;
-                    ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
-                          "sib-adjusted=%lu), extra.allocSize=%zu, batch=%d",
-                          info.producerUsage, W, H, before, planes[0].sizeInBytes, A,
-                          info.batchNum);
-                }
-            } else {
-                planes.resize(2);
-                setPlane(0, 2 * S, static_cast<size_t>(static_cast<int64_t>(s) * h * 2));
-                checkPlaneSize(info, 0, R);
-                setPlane(1, 2 * S,
-                         static_cast<size_t>(
-                                 static_cast<int64_t>(product32(product32(s, h), 2) / 2)));
-                checkPlaneSize(info, 1, R >> 1);
-            }
-            break;
-        case 0x1000:  // NV12
-            if (afbc) {
-                onePlane(static_cast<size_t>(s), A);
-                if (U & kUsageSmvr) {
-                    const size_t before = planes[0].sizeInBytes;
-                    planes[0].sizeInBytes = A / B;
-                    ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
-                          "sib-adjusted=%zu), extra.allocSize=%zu, batch=%d",
-                          info.producerUsage, W, H, before, planes[0].sizeInBytes, A,
-                          info.batchNum);
-                }
-            } else {
-                planes.resize(2);
-                setPlane(0, static_cast<size_t>(s),
-                         static_cast<size_t>(static_cast<int64_t>(s) * h));
-                checkPlaneSize(info, 0, R);
-                setPlane(1, static_cast<size_t>(s),
-                         static_cast<size_t>(static_cast<int64_t>(product32(s, h) >> 1)));
-                checkPlaneSize(info, 1, R >> 1);
-            }
-            break;
-        case 0x32315659: {  // YV12: planes Y, Cr, Cb as they lie in memory
-            planes.resize(3);
-            if (info.usage & kUsageProtected) {
-                // A protected buffer cannot be locked: the planes follow from s and h.
-                const size_t chromaStride = static_cast<size_t>(s / 2);
-                const size_t chromaSize =
-                        static_cast<size_t>(static_cast<int64_t>(product32(h / 2, s / 2)));
-                setPlane(0, static_cast<size_t>(s),
-                         static_cast<size_t>(static_cast<int64_t>(s) * h));
-                checkPlaneSize(info, 0, R);
-                setPlane(1, chromaStride, chromaSize);
-                checkPlaneSize(info, 1, R >> 1);
-                setPlane(2, chromaStride, chromaSize);
-                checkPlaneSize(info, 1, R >> 1);
-                break;
-            }
-            android_ycbcr ycbcr{};
-            gQueryYCbCr(ycbcr, buffer, W, H);
-            const size_t luma = distance(ycbcr.y, ycbcr.cr);
-            const size_t cr = distance(ycbcr.cr, ycbcr.cb);
-            const size_t beforeCb = distance(ycbcr.y, ycbcr.cb);
-            setPlane(0, ycbcr.ystride, luma);
-            checkPlaneSize(info, 0, R);
-            setPlane(1, ycbcr.cstride, cr);
-            checkPlaneSize(info, 1, R >> 1);
-            setPlane(2, ycbcr.cstride, A - beforeCb);
-            checkPlaneSize(info, 2, R >> 1);
-            if (U & kUsageSmvr) {
-                const size_t before = planes[2].sizeInBytes;
-                planes[2].sizeInBytes = A / B - beforeCb;
-                ZLOGD("[%s] Extra-info(producerUsage=%u, %dx%d, plane-y(rsb=%zu, sib=%zd), "
-                      "plane-cr(rsb=%zu, sid=%zd), plane-cb(rsb=%zu, sib-ori=%zu, "
-                      "sib-adjusted=%zu), extra.allocSize=%zu",
-                      info.producerUsage, W, H, ycbcr.ystride, static_cast<ssize_t>(luma),
-                      ycbcr.cstride, static_cast<ssize_t>(cr), ycbcr.cstride, before,
-                      planes[2].sizeInBytes, A);
-            }
-            break;
-        }
-        case 0x23:  // YCbCr_420_888 is flexible: a real buffer never has it
-            ZLOGE_AT(995, "[%s] format from gralloc_extra_query should not be: %#x(%s)", F,
-                     gQueryPixelFormatName(F).c_str());
-            return INT32_MIN;
-        default:
-            ZLOGE_AT(999, "[%s] Not support format: %#x(%s)", F, gQueryPixelFormatName(F).c_str());
-            return -2;
+    const Geometry g{buffer,
+                     extra.usage,
+                     extra.rowStrideInPixels,
+                     extra.rowNum,
+                     extra.allocSize,
+                     extra.stride,
+                     extra.height,
+                     info.widthInPixels,
+                     info.heightInPixels,
+                     info.batchNum > 1 ? info.batchNum : 1,
+                     info.isAFBC};
+    const int32_t format = extra.format;
+    if (const SinglePlaneFormat* entry = findSinglePlaneFormat(format)) {
+        deriveSinglePlane(*entry, g, info);
+    } else if (format == toInt(PixelFormat::YCRCB_420_SP)) {
+        deriveSemiPlanar420(g, info);
+    } else if (format == toInt(PixelFormat::YCBCR_P010)) {
+        deriveP010(g, info);
+    } else if (format == zcam::kPixelFormatNV12) {
+        deriveNV12(g, info);
+    } else if (format == toInt(PixelFormat::YV12)) {
+        deriveYV12(g, info);
+    } else if (format == toInt(PixelFormat::YCBCR_420_888)) {
+        // A flexible format: the allocator must have resolved it for a real buffer.
+        ZLOGE_AT(kLogLineFlexibleFormat,
+                 "[%s] format from gralloc_extra_query should not be: %#x(%s)", format,
+                 gQueryPixelFormatName(format).c_str());
+        return android::UNKNOWN_ERROR;
+    } else {
+        ZLOGE_AT(kLogLineUnsupportedFormat, "[%s] Not support format: %#x(%s)", format,
+                 gQueryPixelFormatName(format).c_str());
+        return android::NAME_NOT_FOUND;
     }
-    return 0;
+    return android::NO_ERROR;
 }
 
 }  // namespace GrallocAidlV2

@@ -1,4 +1,8 @@
 // Readable names of pixel formats, usage bits and dataspaces for log lines.
+#include <aidl/android/hardware/graphics/common/BufferUsage.h>
+#include <aidl/android/hardware/graphics/common/Dataspace.h>
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
+
 #include <sstream>
 #include <string>
 
@@ -6,33 +10,48 @@
 
 namespace GrallocAidlV2 {
 
+namespace {
+
+using aidl::android::hardware::graphics::common::BufferUsage;
+using aidl::android::hardware::graphics::common::Dataspace;
+using aidl::android::hardware::graphics::common::PixelFormat;
+
+constexpr int toBits(BufferUsage usage) {
+    return static_cast<int>(usage);
+}
+
+// The 2D-engine bit of the legacy gralloc usage; the AIDL BufferUsage leaves bit 10 unnamed.
+constexpr int kUsageHw2d = 0x400;
+
+}  // namespace
+
 std::string gQueryPixelFormatName(int format) {
     switch (format) {
 #define FORMAT_NAME(value, text)             \
-    case value: {                            \
+    case static_cast<int>(value): {          \
         static const std::string name(text); \
         return name;                         \
     }
-        FORMAT_NAME(0x1, "RGBA_8888")
-        FORMAT_NAME(0x2, "RGBX_8888")
-        FORMAT_NAME(0x3, "RGB_888")
-        FORMAT_NAME(0x4, "RGB_565")
-        FORMAT_NAME(0x5, "BGRA_8888")
-        FORMAT_NAME(0x10, "YCbCr_422_SP")
-        FORMAT_NAME(0x11, "YCrCb_420_SP")
-        FORMAT_NAME(0x14, "YCbCr_422_I")
-        FORMAT_NAME(0x20, "RAW16")
-        FORMAT_NAME(0x21, "BLOB")
-        FORMAT_NAME(0x22, "IMPLEMENTATION_DEFINED")
-        FORMAT_NAME(0x23, "YCbCr_420_888")
-        FORMAT_NAME(0x24, "RAW_OPAQUE")
-        FORMAT_NAME(0x25, "RAW10")
-        FORMAT_NAME(0x36, "YCBCR_P010")
-        FORMAT_NAME(0x111, "CAMERA_OPAQUE")
-        FORMAT_NAME(0x1000, "NV12")
-        FORMAT_NAME(0x20203859, "Y8")
-        FORMAT_NAME(0x20363159, "Y16")
-        FORMAT_NAME(0x32315659, "YV12")
+        FORMAT_NAME(PixelFormat::RGBA_8888, "RGBA_8888")
+        FORMAT_NAME(PixelFormat::RGBX_8888, "RGBX_8888")
+        FORMAT_NAME(PixelFormat::RGB_888, "RGB_888")
+        FORMAT_NAME(PixelFormat::RGB_565, "RGB_565")
+        FORMAT_NAME(PixelFormat::BGRA_8888, "BGRA_8888")
+        FORMAT_NAME(PixelFormat::YCBCR_422_SP, "YCbCr_422_SP")
+        FORMAT_NAME(PixelFormat::YCRCB_420_SP, "YCrCb_420_SP")
+        FORMAT_NAME(PixelFormat::YCBCR_422_I, "YCbCr_422_I")
+        FORMAT_NAME(PixelFormat::RAW16, "RAW16")
+        FORMAT_NAME(PixelFormat::BLOB, "BLOB")
+        FORMAT_NAME(PixelFormat::IMPLEMENTATION_DEFINED, "IMPLEMENTATION_DEFINED")
+        FORMAT_NAME(PixelFormat::YCBCR_420_888, "YCbCr_420_888")
+        FORMAT_NAME(PixelFormat::RAW_OPAQUE, "RAW_OPAQUE")
+        FORMAT_NAME(PixelFormat::RAW10, "RAW10")
+        FORMAT_NAME(PixelFormat::YCBCR_P010, "YCBCR_P010")
+        FORMAT_NAME(zcam::kPixelFormatCameraOpaque, "CAMERA_OPAQUE")
+        FORMAT_NAME(zcam::kPixelFormatNV12, "NV12")
+        FORMAT_NAME(PixelFormat::Y8, "Y8")
+        FORMAT_NAME(PixelFormat::Y16, "Y16")
+        FORMAT_NAME(PixelFormat::YV12, "YV12")
 #undef FORMAT_NAME
         default:
             return std::string();
@@ -44,40 +63,53 @@ std::string gQueryGrallocUsageName(int usage) {
         int bit;
         const char* piece;
     } kHardwareBits[] = {
-            {0x100, "|HW_TEXTURE"},           {0x200, "|HW_RENDER"}, {0x400, "|HW_2D"},
-            {0x800, "|HW_COMPOSER"},          {0x1000, "|HW_FB"},    {0x10000, "|HW_VIDEO_ENCODER"},
-            {0x8000000, "|HW_IMAGE_ENCODER"}, {0x20000000, "|SMVR"},
+            {toBits(BufferUsage::GPU_TEXTURE), "|HW_TEXTURE"},
+            {toBits(BufferUsage::GPU_RENDER_TARGET), "|HW_RENDER"},
+            {kUsageHw2d, "|HW_2D"},
+            {toBits(BufferUsage::COMPOSER_OVERLAY), "|HW_COMPOSER"},
+            {toBits(BufferUsage::COMPOSER_CLIENT_TARGET), "|HW_FB"},
+            {toBits(BufferUsage::VIDEO_ENCODER), "|HW_VIDEO_ENCODER"},
+            {toBits(BufferUsage::HW_IMAGE_ENCODER), "|HW_IMAGE_ENCODER"},
+            {zcam::kUsageSmvr, "|SMVR"},
     };
+    constexpr int kCameraWrite = toBits(BufferUsage::CAMERA_OUTPUT);
+    constexpr int kCameraRead = toBits(BufferUsage::CAMERA_INPUT);
+    // The pieces above are looked at only when one of these is set: the image-encoder and SMVR
+    // bits show only beside another hardware or camera bit.
+    constexpr int kHardwareGate =
+            toBits(BufferUsage::GPU_TEXTURE) | toBits(BufferUsage::GPU_RENDER_TARGET) | kUsageHw2d |
+            toBits(BufferUsage::COMPOSER_OVERLAY) | toBits(BufferUsage::COMPOSER_CLIENT_TARGET) |
+            toBits(BufferUsage::VIDEO_ENCODER) | kCameraWrite | kCameraRead;
+
     std::string name = "0";
-    switch (usage & 0xF) {
-        case 2:
+    switch (usage & toBits(BufferUsage::CPU_READ_MASK)) {
+        case toBits(BufferUsage::CPU_READ_RARELY):
             name += "|SW_READ_RARELY";
             break;
-        case 3:
+        case toBits(BufferUsage::CPU_READ_OFTEN):
             name += "|SW_READ_OFTEN";
             break;
     }
-    switch (usage & 0xF0) {
-        case 0x20:
+    switch (usage & toBits(BufferUsage::CPU_WRITE_MASK)) {
+        case toBits(BufferUsage::CPU_WRITE_RARELY):
             name += "|SW_WRITE_RARELY";
             break;
-        case 0x30:
+        case toBits(BufferUsage::CPU_WRITE_OFTEN):
             name += "|SW_WRITE_OFTEN";
             break;
     }
-    switch ((usage >> 17) & 3) {
-        case 1:
+    switch (usage & (kCameraWrite | kCameraRead)) {
+        case kCameraWrite:
             name += "|HW_CAMERA_WRITE";
             break;
-        case 2:
+        case kCameraRead:
             name += "|HW_CAMERA_READ";
             break;
-        case 3:
+        case kCameraWrite | kCameraRead:
             name += "|HW_CAMERA_ZSL";
             break;
     }
-    // The image-encoder and SMVR bits show only beside another hardware or camera bit.
-    if (usage & 0x71F00) {
+    if (usage & kHardwareGate) {
         for (const auto& bit : kHardwareBits) {
             if (usage & bit.bit) name += bit.piece;
         }
@@ -165,14 +197,26 @@ const DataspaceRow* findRow(const DataspaceRow (&rows)[N], int value) {
     return nullptr;
 }
 
+// The value of one field of a dataspace.
+uint32_t field(int dataspace, Dataspace mask, Dataspace shift) {
+    return (static_cast<uint32_t>(dataspace) & static_cast<uint32_t>(mask)) >>
+           static_cast<uint32_t>(shift);
+}
+
+// Appends the piece of a field value that the table names; 0 (unspecified) and values past the
+// table add nothing.
+template <size_t N>
+void appendPiece(std::string& name, const char* const (&pieces)[N], uint32_t value) {
+    if (value < N && pieces[value] != nullptr) name += pieces[value];
+}
+
 void appendFieldPieces(std::string& name, int dataspace) {
-    uint32_t bits = static_cast<uint32_t>(dataspace);
-    uint32_t standard = (bits & 0x003F0000u) >> 16;
-    uint32_t transfer = (bits & 0x07C00000u) >> 22;
-    uint32_t range = (bits & 0x38000000u) >> 27;
-    if (standard >= 1 && standard <= 11) name += kStandardPieces[standard];
-    if (transfer >= 1 && transfer <= 8) name += kTransferPieces[transfer];
-    if (range >= 1 && range <= 3) name += kRangePieces[range];
+    appendPiece(name, kStandardPieces,
+                field(dataspace, Dataspace::STANDARD_MASK, Dataspace::STANDARD_SHIFT));
+    appendPiece(name, kTransferPieces,
+                field(dataspace, Dataspace::TRANSFER_MASK, Dataspace::TRANSFER_SHIFT));
+    appendPiece(name, kRangePieces,
+                field(dataspace, Dataspace::RANGE_MASK, Dataspace::RANGE_SHIFT));
 }
 
 // Shared design of both namers; they differ in their extra rows and the unknown-value text.

@@ -22,24 +22,33 @@ inline constexpr size_t kLineBufferSize = 1024;
 
 enum ULoggerLevel : int32_t { kError = 1, kWarning = 2, kInfo = 3, kDebug = 5 };
 
+// ULogger::sMode: bit 0 turns the Android log on, either of bits 1 and 3 the ULogger sink.
+inline constexpr uint32_t kModeAndroidLog = 1u << 0;
+inline constexpr uint32_t kModeULogger = (1u << 1) | (1u << 3);
+// ULogger::sNormalDetailsMask admits info and debug lines when it has the normal-details bit
+// and one of the camera category bits.
+inline constexpr uint32_t kMaskNormalDetails = 1u << 30;
+inline constexpr uint32_t kMaskCameraCategories = 0x7000;
+
+// A level is enabled from the details level of its own number on.
 inline bool warningEnabled() {
-    return ULogger::sDetailsLevel >= 2;
+    return ULogger::sDetailsLevel >= kWarning;
 }
 inline bool normalMaskAdmits() {
     uint32_t mask = ULogger::sNormalDetailsMask;
-    return (mask & (1u << 30)) != 0 && (mask & 0x7000) != 0;
+    return (mask & kMaskNormalDetails) != 0 && (mask & kMaskCameraCategories) != 0;
 }
 inline bool infoEnabled() {
-    return ULogger::sDetailsLevel >= 3 && normalMaskAdmits();
+    return ULogger::sDetailsLevel >= kInfo && normalMaskAdmits();
 }
 inline bool debugEnabled() {
-    return ULogger::sDetailsLevel >= 5 && normalMaskAdmits();
+    return ULogger::sDetailsLevel >= kDebug && normalMaskAdmits();
 }
 inline bool androidLogOn() {
-    return (ULogger::sMode & 1) != 0;
+    return (ULogger::sMode & kModeAndroidLog) != 0;
 }
 inline bool uloggerOn() {
-    return (ULogger::sMode & 10) != 0;
+    return (ULogger::sMode & kModeULogger) != 0;
 }
 
 // Formats into a 1024-byte buffer and hands it to the sink with the formatter's length.
@@ -50,34 +59,39 @@ void fatalULogger(const char* tag, const char* fmt, ...) __attribute__((format(p
 
 }  // namespace zcam::logging
 
-#define ZLOG_EMIT_(prio, level, fmt, ...)                                                     \
-    do {                                                                                      \
-        if (::zcam::logging::androidLogOn())                                                  \
-            __android_log_print(prio, LOG_TAG, fmt, __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__); \
-        if (::zcam::logging::uloggerOn())                                                     \
-            ::zcam::logging::writeULogger(LOG_TAG, level, fmt,                                \
-                                          __FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);           \
+#define ZLOG_EMIT_(function, prio, level, fmt, ...)                                       \
+    do {                                                                                  \
+        if (::zcam::logging::androidLogOn())                                              \
+            __android_log_print(prio, LOG_TAG, fmt, function __VA_OPT__(, ) __VA_ARGS__); \
+        if (::zcam::logging::uloggerOn())                                                 \
+            ::zcam::logging::writeULogger(LOG_TAG, level, fmt,                            \
+                                          function __VA_OPT__(, ) __VA_ARGS__);           \
     } while (0)
 
-#define ZLOGD(fmt, ...)                                            \
-    do {                                                           \
-        if (__builtin_expect(::zcam::logging::debugEnabled(), 0))  \
-            ZLOG_EMIT_(ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, \
-                       fmt __VA_OPT__(, ) __VA_ARGS__);            \
+// Debug and warning lines in the name of `function` (a helper writing its caller's lines).
+#define ZLOGD_FN(function, fmt, ...)                                         \
+    do {                                                                     \
+        if (__builtin_expect(::zcam::logging::debugEnabled(), 0))            \
+            ZLOG_EMIT_(function, ANDROID_LOG_DEBUG, ::zcam::logging::kDebug, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);                      \
+    } while (0)
+#define ZLOGW_FN(function, fmt, ...)                                          \
+    do {                                                                      \
+        if (__builtin_expect(::zcam::logging::warningEnabled(), 0))           \
+            ZLOG_EMIT_(function, ANDROID_LOG_WARN, ::zcam::logging::kWarning, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);                       \
     } while (0)
 
-#define ZLOGI(fmt, ...)                                                                           \
-    do {                                                                                          \
-        if (__builtin_expect(::zcam::logging::infoEnabled(), 0))                                  \
-            ZLOG_EMIT_(ANDROID_LOG_INFO, ::zcam::logging::kInfo, fmt __VA_OPT__(, ) __VA_ARGS__); \
+#define ZLOGD(fmt, ...) ZLOGD_FN(__FUNCTION__, fmt __VA_OPT__(, ) __VA_ARGS__)
+
+#define ZLOGI(fmt, ...)                                                        \
+    do {                                                                       \
+        if (__builtin_expect(::zcam::logging::infoEnabled(), 0))               \
+            ZLOG_EMIT_(__FUNCTION__, ANDROID_LOG_INFO, ::zcam::logging::kInfo, \
+                       fmt __VA_OPT__(, ) __VA_ARGS__);                        \
     } while (0)
 
-#define ZLOGW(fmt, ...)                                             \
-    do {                                                            \
-        if (__builtin_expect(::zcam::logging::warningEnabled(), 0)) \
-            ZLOG_EMIT_(ANDROID_LOG_WARN, ::zcam::logging::kWarning, \
-                       fmt __VA_OPT__(, ) __VA_ARGS__);             \
-    } while (0)
+#define ZLOGW(fmt, ...) ZLOGW_FN(__FUNCTION__, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 // An error line of `function` reported at source line `line`.
 #define ZLOGE_FN_AT(function, line, fmt, ...)                                                   \
