@@ -2,6 +2,7 @@
 #include <aidl/android/hardware/graphics/allocator/AllocationError.h>
 #include <aidl/android/hardware/graphics/allocator/BnAllocator.h>
 #include <android/binder_manager.h>
+#include <unistd.h>
 
 #include "SimBuffer.h"
 #include "SimControl.h"
@@ -19,13 +20,24 @@ using aidl::android::hardware::graphics::allocator::BufferDescriptorInfo;
 // Usage bits that must be zero.
 constexpr uint64_t kInvalidUsage = (1ull << 19) | (1ull << 21) | 0x0000FFFE00000000ull;
 
-std::optional<BufferDesc> resolve(const BufferDescriptorInfo& d) {
+Resolution resolve(const BufferDescriptorInfo& d) {
     if ((static_cast<uint64_t>(d.usage) & kInvalidUsage) != 0 || d.reservedSize < 0 ||
         !d.additionalOptions.empty()) {
-        return std::nullopt;
+        return Resolution{};
     }
     return zyncam::sim::resolve(d.width, d.height, static_cast<int32_t>(d.format),
                                 static_cast<uint64_t>(d.usage), d.layerCount);
+}
+
+// The memory of a new buffer laid out by `r`, with what an exact answer fixes.
+bool createBuffer(const Resolution& r, int* pixels, int* metadata) {
+    if (!createBufferMemory(*r.desc, pixels, metadata)) return false;
+    if (r.exact && !writeExactMetadata(*metadata, *r.exact)) {
+        close(*pixels);
+        close(*metadata);
+        return false;
+    }
+    return true;
 }
 
 ndk::ScopedAStatus error(AllocationError e) {
@@ -49,14 +61,15 @@ public:
                               : ndk::ScopedAStatus::fromServiceSpecificError(*fault);
         }
         if (count < 0) return error(AllocationError::BAD_DESCRIPTOR);
-        std::optional<BufferDesc> desc = resolve(descriptor);
-        if (!desc) return error(AllocationError::UNSUPPORTED);
+        Resolution resolution = resolve(descriptor);
+        if (!resolution.desc) return error(resolution.error);
+        BufferDesc* desc = &*resolution.desc;
         AllocationResult out;
         out.stride = desc->stride;
         for (int32_t i = 0; i < count; ++i) {
             desc->id = nextBufferId();
             int pixels = -1, metadata = -1;
-            if (!createBufferMemory(*desc, &pixels, &metadata)) {
+            if (!createBuffer(resolution, &pixels, &metadata)) {
                 return error(AllocationError::NO_RESOURCES);
             }
             native_handle_t* h = encodeHandle(*desc, pixels, metadata);
@@ -73,7 +86,7 @@ public:
     }
 
     ndk::ScopedAStatus isSupported(const BufferDescriptorInfo& descriptor, bool* out) override {
-        *out = resolve(descriptor).has_value();
+        *out = resolve(descriptor).desc.has_value();
         return ndk::ScopedAStatus::ok();
     }
 
@@ -97,13 +110,13 @@ void registerAllocatorService() {
 
 native_handle_t* createRawBuffer(int32_t width, int32_t height, int32_t format, uint64_t usage,
                                  int32_t* outStride) {
-    std::optional<BufferDesc> desc = zyncam::sim::resolve(width, height, format, usage, 1);
+    Resolution resolution = zyncam::sim::resolve(width, height, format, usage, 1);
     int pixels = -1, metadata = -1;
-    if (!desc) return nullptr;
-    desc->id = nextBufferId();
-    if (!createBufferMemory(*desc, &pixels, &metadata)) return nullptr;
-    if (outStride != nullptr) *outStride = desc->stride;
-    return encodeHandle(*desc, pixels, metadata);
+    if (!resolution.desc) return nullptr;
+    resolution.desc->id = nextBufferId();
+    if (!createBuffer(resolution, &pixels, &metadata)) return nullptr;
+    if (outStride != nullptr) *outStride = resolution.desc->stride;
+    return encodeHandle(*resolution.desc, pixels, metadata);
 }
 
 }  // namespace zyncam::sim

@@ -1,212 +1,246 @@
-// The device profile of the simulated gralloc, modelled on a camera SoC's allocator.
-//
-//   format (requested)          resolves to / layout
-//   --------------------------  ----------------------------------------------------------------
-//   RGBA/RGBX/BGRA_8888, RGB_888  stride = width aligned to 16 px; rows = height; 4/4/4/3 B/px
-//   RGB_565, RAW16, Y16         stride aligned to 16 px, 2 B/px;  Y8: 1 B/px
-//   BLOB                        stride = width bytes, rows = height (a JPEG: width = size, height
-//   1) RAW10, RAW_OPAQUE           stride reported in bytes: width * 10 / 8 aligned to 16 (32 for
-//                               RAW_OPAQUE); rows = height
-//   CAMERA_OPAQUE               stride = width aligned to 32; one byte per stride unit
-//   YCrCb_420_SP (NV21), NV12   stride = width aligned to 32, rows = height aligned to 2; Y plane
-//                               then interleaved chroma (CrCb for NV21, CbCr for NV12), same stride
-//   YCBCR_P010                  as NV12 with 2 B/sample; stride reported in pixels
-//   YV12                        Y stride = width aligned to 32, chroma stride = half of it; planes
-//                               Y, Cr, Cb; rows = height aligned to 2
-//   YCbCr_422_SP, YCbCr_422_I   stride aligned to 32 / 16 px
-//   YCbCr_420_888               -> YCrCb_420_SP
-//   IMPLEMENTATION_DEFINED      -> NV12 with VIDEO_ENCODER; stays opaque (like CAMERA_OPAQUE) with
-//                                  both camera bits (ZSL); -> YV12 for GPU or composer use;
-//                                  -> YCrCb_420_SP otherwise
-//   0x2600-0x2604               -> YCrCb_420_SP carrying 2, 4, 8, 16, 32 slow-motion frames
-//   0x2610-0x2614               -> NV12, AFBC-compressed, carrying 2 ... 32 frames
-//
-// Slow-motion (usage bit 0x20000000) YCrCb_420_SP and batch buffers align rows to 32, so that
-// one frame is (width aligned to 32) x (height aligned to 32) x 1.5 bytes.
-// AFBC (usage bit 0x10000000, or the 0x2610 batch formats) applies to NV21, NV12 and P010: one
-// plane without component description; stride = width aligned to 32 samples; rows cover the
-// 16x16 superblock bodies and their 16-byte headers, so that size = stride bytes x rows.
-// Allocation size = row bytes x rows x layer count (x frames where frames are carried).
+// The device profile at work: how the simulated allocator lays out one request, by the profile's
+// exact answers first and its rules otherwise (host/profiles/README.md). Every size is computed
+// in unsigned 64-bit arithmetic that notices overflow, so no request can wrap a stride or a size.
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
 
-#include <tuple>
+#include <algorithm>
+#include <cstring>
+#include <limits>
 
+#include "Profile.h"
 #include "SimBuffer.h"
 
 namespace zyncam::sim {
 
+using aidl::android::hardware::graphics::allocator::AllocationError;
 using aidl::android::hardware::graphics::common::ExtendableType;
 using aidl::android::hardware::graphics::common::PlaneLayout;
 using aidl::android::hardware::graphics::common::PlaneLayoutComponent;
-using aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
 
 namespace {
 
-enum Format : int32_t {
-    RGBA_8888 = 0x1,
-    RGBX_8888 = 0x2,
-    RGB_888 = 0x3,
-    RGB_565 = 0x4,
-    BGRA_8888 = 0x5,
-    YCBCR_422_SP = 0x10,
-    YCRCB_420_SP = 0x11,
-    YCBCR_422_I = 0x14,
-    RAW16 = 0x20,
-    BLOB = 0x21,
-    IMPLEMENTATION_DEFINED = 0x22,
-    YCBCR_420_888 = 0x23,
-    RAW_OPAQUE = 0x24,
-    RAW10 = 0x25,
-    YCBCR_P010 = 0x36,
-    CAMERA_OPAQUE = 0x111,
-    NV12 = 0x1000,
-    Y8 = 0x20203859,
-    Y16 = 0x20363159,
-    YV12 = 0x32315659,
+constexpr uint64_t kInt32Max = std::numeric_limits<int32_t>::max();
+constexpr uint64_t kUsageHighWord = 0xFFFFFFFF00000000ull;
+constexpr int kBitsPerByte = 8;
+
+// Unsigned 64-bit arithmetic that remembers whether any step overflowed.
+class Checked {
+public:
+    constexpr Checked(uint64_t value = 0) : mValue(value) {}  // NOLINT: converting by design
+
+    uint64_t value() const { return mValue; }
+    bool overflowed() const { return mOverflow; }
+    // The value when it fits in `max` and nothing overflowed.
+    std::optional<uint64_t> within(uint64_t max) const {
+        if (mOverflow || mValue > max) return std::nullopt;
+        return mValue;
+    }
+
+    friend Checked operator+(Checked a, Checked b) {
+        Checked r;
+        r.mOverflow =
+                __builtin_add_overflow(a.mValue, b.mValue, &r.mValue) || a.mOverflow || b.mOverflow;
+        return r;
+    }
+    friend Checked operator*(Checked a, Checked b) {
+        Checked r;
+        r.mOverflow =
+                __builtin_mul_overflow(a.mValue, b.mValue, &r.mValue) || a.mOverflow || b.mOverflow;
+        return r;
+    }
+    // `b` is never 0: profiles refuse zero alignments and subsamplings.
+    friend Checked operator/(Checked a, Checked b) {
+        Checked r(a.mValue / b.mValue);
+        r.mOverflow = a.mOverflow || b.mOverflow;
+        return r;
+    }
+    Checked ceilDiv(Checked b) const {
+        Checked r(mValue / b.mValue + (mValue % b.mValue != 0));
+        r.mOverflow = mOverflow || b.mOverflow;
+        return r;
+    }
+    Checked alignUp(Checked alignment) const { return ceilDiv(alignment) * alignment; }
+
+private:
+    uint64_t mValue;
+    bool mOverflow = false;
 };
 
-constexpr uint64_t kVideoEncoder = 0x10000;
-constexpr uint64_t kCameraZsl = 0x60000;
-constexpr uint64_t kGpuOrComposer = 0x100 | 0x200 | 0x800 | 0x1000;
-
-int64_t align(int64_t value, int64_t alignment) {
-    return (value + alignment - 1) / alignment * alignment;
+Resolution refused(AllocationError error) {
+    Resolution r;
+    r.error = error;
+    return r;
 }
 
-bool isYuv420(int32_t format) {
-    return format == YCRCB_420_SP || format == NV12 || format == YCBCR_P010 || format == YV12;
+bool contains(const std::vector<int32_t>& formats, int32_t format) {
+    return std::find(formats.begin(), formats.end(), format) != formats.end();
 }
 
-// The concrete format and the frames one buffer carries.
-std::pair<int32_t, int32_t> resolveFormat(int32_t format, uint64_t usage) {
-    if (format >= 0x2600 && format <= 0x2604) return {YCRCB_420_SP, 2 << (format - 0x2600)};
-    if (format >= 0x2610 && format <= 0x2614) return {NV12, 2 << (format - 0x2610)};
-    if (format == YCBCR_420_888) return {YCRCB_420_SP, 1};
-    if (format == IMPLEMENTATION_DEFINED) {
-        if (usage & kVideoEncoder) return {NV12, 1};
-        if ((usage & kCameraZsl) == kCameraZsl) return {IMPLEMENTATION_DEFINED, 1};
-        if (usage & kGpuOrComposer) return {YV12, 1};
-        return {YCRCB_420_SP, 1};
+// Bytes of one row of plane `i`, given plane 0's.
+Checked planeStride(const FormatRule& rule, size_t i, Checked rowBytes) {
+    if (i == 0) return rowBytes;
+    const PlaneRule& p = rule.planes[i];
+    return rowBytes * p.sampleIncrementInBits /
+           (p.horizontalSubsampling * rule.planes[0].sampleIncrementInBits);
+}
+
+Checked frameBytes(const FormatRule& rule, Checked rowBytes, Checked rows) {
+    Checked total;
+    for (size_t i = 0; i < rule.planes.size(); ++i) {
+        total = total +
+                planeStride(rule, i, rowBytes) * (rows / rule.planes[i].verticalSubsampling);
     }
-    return {format, 1};
+    return total;
 }
 
-// Bytes per pixel of the single-plane formats that report a pixel stride.
-int bytesPerPixel(int32_t format) {
-    switch (format) {
-        case RGBA_8888:
-        case RGBX_8888:
-        case BGRA_8888:
-            return 4;
-        case RGB_888:
-            return 3;
-        case RGB_565:
-        case RAW16:
-        case Y16:
-        case YCBCR_422_I:
-            return 2;
-        case Y8:
-            return 1;
-        default:
-            return 0;
+Checked pixelRowBytes(const FormatRule& rule, Checked stride) {
+    return stride * rule.bitsPerPixel / kBitsPerByte;
+}
+
+// The geometry of one frame of a buffer.
+struct Frame {
+    Checked stride;    // as reported: pixels, or bytes for byte-stride formats
+    Checked rowBytes;  // of plane 0
+    Checked rows;
+    Checked bytes;
+};
+
+Frame linearFrame(const Profile& profile, const FormatRule& rule, int32_t width, int32_t height,
+                  bool slowMotion) {
+    Frame f;
+    if (rule.strideInBytes) {
+        f.rowBytes = (Checked(width) * rule.bitsPerPixel)
+                             .ceilDiv(kBitsPerByte)
+                             .alignUp(rule.strideAlignBytes);
+        f.stride = f.rowBytes;
+    } else {
+        f.stride = Checked(width).alignUp(rule.strideAlignPixels);
+        f.rowBytes = pixelRowBytes(rule, f.stride);
     }
+    const int64_t rowAlign = slowMotion ? profile.slowMotion->rowAlign : rule.rowAlign;
+    f.rows = Checked(height).alignUp(rowAlign);
+    f.bytes = frameBytes(rule, f.rowBytes, f.rows);
+    return f;
+}
+
+// Superblock bodies of every plane, then a header per superblock, in rows of plane 0's stride.
+Frame compressedFrame(const AfbcRule& afbc, const FormatRule& rule, int32_t width, int32_t height) {
+    Frame f;
+    f.stride = Checked(width).alignUp(afbc.strideAlignPixels);
+    f.rowBytes = pixelRowBytes(rule, f.stride);
+    const Checked blockRows = Checked(height).alignUp(afbc.blockHeight);
+    const Checked headers = Checked(width).ceilDiv(afbc.blockWidth) *
+                            (blockRows / afbc.blockHeight) * afbc.headerBytesPerBlock;
+    f.rows = (frameBytes(rule, f.rowBytes, blockRows) + headers).ceilDiv(f.rowBytes);
+    f.bytes = f.rowBytes * f.rows;
+    return f;
+}
+
+Resolution fromExactAnswer(const profile::ExactAnswer& a, uint64_t usage, int32_t layerCount) {
+    Resolution r;
+    BufferDesc& d = r.desc.emplace();
+    d.width = a.width;
+    d.height = a.height;
+    d.format = a.format;
+    d.requestedFormat = a.request.format;
+    // The extension reports 32 usage bits; the high ones stay as asked.
+    d.usage = (usage & kUsageHighWord) | a.usage;
+    d.stride = a.stride;
+    d.rows = a.verticalStride;
+    d.allocSize = a.allocSize;
+    d.layerCount = layerCount;
+    d.afbc = (a.sfStatus & GRALLOC_EXTRA_BIT_AFBC) != 0;
+    d.exactAnswer = true;
+    return r;
 }
 
 }  // namespace
 
-std::optional<BufferDesc> resolve(int32_t width, int32_t height, int32_t format, uint64_t usage,
-                                  int32_t layerCount) {
-    if (width <= 0 || height <= 0 || layerCount <= 0) return std::nullopt;
-    BufferDesc d;
-    d.width = width;
-    d.height = height;
-    d.requestedFormat = format;
-    d.usage = usage;
-    d.layerCount = layerCount;
-    std::tie(d.format, d.frames) = resolveFormat(format, usage);
-    const bool batch = d.frames > 1;
-    d.afbc = (format >= 0x2610 && format <= 0x2614) ||
-             ((usage & kUsageAfbc) &&
-              (d.format == YCRCB_420_SP || d.format == NV12 || d.format == YCBCR_P010));
-
-    int64_t rowBytes = 0;
-    int64_t rows = height;
-    if (d.afbc) {
-        const int64_t sampleBytes = d.format == YCBCR_P010 ? 2 : 1;
-        d.stride = static_cast<int32_t>(align(width, 32));
-        rowBytes = d.stride * sampleBytes;
-        const int64_t blockRows = align(height, 16);
-        const int64_t headerBytes = (align(width, 16) / 16) * (blockRows / 16) * 16;
-        rows = blockRows * 3 / 2 + (headerBytes + rowBytes - 1) / rowBytes;
-    } else if (int bpp = bytesPerPixel(d.format)) {
-        d.stride = static_cast<int32_t>(align(width, 16));
-        rowBytes = static_cast<int64_t>(d.stride) * bpp;
-    } else {
-        switch (d.format) {
-            case BLOB:
-                d.stride = width;
-                rowBytes = width;
-                break;
-            case RAW10:
-            case RAW_OPAQUE:
-                d.stride = static_cast<int32_t>(align((static_cast<int64_t>(width) * 10 + 7) / 8,
-                                                      d.format == RAW10 ? 16 : 32));
-                rowBytes = d.stride;
-                break;
-            case CAMERA_OPAQUE:
-            case IMPLEMENTATION_DEFINED:
-                d.stride = static_cast<int32_t>(align(width, 32));
-                rowBytes = d.stride;
-                break;
-            case YCBCR_422_SP:
-                d.stride = static_cast<int32_t>(align(width, 32));
-                rowBytes = d.stride;
-                rows = static_cast<int64_t>(height) * 2;
-                break;
-            case YCRCB_420_SP:
-            case NV12:
-            case YCBCR_P010:
-            case YV12: {
-                const bool smvr = batch || (d.format == YCRCB_420_SP && (usage & kUsageSmvr));
-                d.stride = static_cast<int32_t>(align(width, 32));
-                rowBytes = d.stride * (d.format == YCBCR_P010 ? 2 : 1);
-                rows = smvr ? align(height, 32) : align(height, 2);
-                break;
-            }
-            default:
-                return std::nullopt;
+Resolution resolve(int32_t width, int32_t height, int32_t format, uint64_t usage,
+                   int32_t layerCount) {
+    if (width <= 0 || height <= 0 || layerCount <= 0) {
+        return refused(AllocationError::BAD_DESCRIPTOR);
+    }
+    const std::shared_ptr<const Profile> profile = currentProfile();
+    auto exact = profile->exact.find({width, height, format, usage, layerCount});
+    if (exact != profile->exact.end()) {
+        Resolution r = fromExactAnswer(*exact->second, usage, layerCount);
+        r.exact = exact->second;
+        return r;
+    }
+    for (const UnsupportedRule& u : profile->unsupported) {
+        if ((!u.format || *u.format == format) && u.usage.matches(usage)) {
+            return refused(AllocationError::UNSUPPORTED);
         }
     }
-    d.rows = static_cast<int32_t>(rows);
-    int64_t frameBytes = rowBytes * rows;
-    if (!d.afbc && isYuv420(d.format)) frameBytes = frameBytes * 3 / 2;
-    d.allocSize = static_cast<uint64_t>(frameBytes) * d.frames * layerCount;
-    // AFBC batches report the rows of every frame, so that size = stride x rows still holds.
-    if (d.afbc) d.rows *= d.frames;
-    return d;
+    if (width > profile->limits.maxWidth || height > profile->limits.maxHeight) {
+        return refused(AllocationError::BAD_DESCRIPTOR);
+    }
+
+    ResolveRule chosen{format, {}, format, 1, false};
+    auto rule = std::find_if(
+            profile->resolve.begin(), profile->resolve.end(),
+            [&](const ResolveRule& r) { return r.format == format && r.usage.matches(usage); });
+    if (rule != profile->resolve.end()) chosen = *rule;
+    auto formatRule = profile->formats.find(chosen.to);
+    if (formatRule == profile->formats.end()) return refused(AllocationError::UNSUPPORTED);
+    const FormatRule& f = formatRule->second;
+    const AfbcRule* afbc = profile->afbc ? &*profile->afbc : nullptr;
+    const bool compressed = chosen.afbc || (afbc != nullptr && (usage & afbc->usage) != 0 &&
+                                            contains(afbc->formats, chosen.to));
+    const SlowMotionRule* slow = profile->slowMotion ? &*profile->slowMotion : nullptr;
+    const bool slowMotion =
+            slow != nullptr && (chosen.frames > 1 ||
+                                ((usage & slow->usage) != 0 && contains(slow->formats, chosen.to)));
+
+    const Frame frame = compressed ? compressedFrame(*afbc, f, width, height)
+                                   : linearFrame(*profile, f, width, height, slowMotion);
+    // A compressed batch reports the rows of every frame, so that size = stride x rows holds.
+    const Checked rows = compressed ? frame.rows * chosen.frames : frame.rows;
+    const Checked size = frame.bytes * chosen.frames * layerCount;
+    const std::optional<uint64_t> stride = frame.stride.within(kInt32Max);
+    const std::optional<uint64_t> reportedRows = rows.within(kInt32Max);
+    if (!stride || !reportedRows || size.overflowed()) {
+        return refused(AllocationError::BAD_DESCRIPTOR);
+    }
+    if (size.value() > profile->limits.maxAllocationSize) {
+        return refused(AllocationError::NO_RESOURCES);
+    }
+
+    Resolution r;
+    BufferDesc& d = r.desc.emplace();
+    d.width = width;
+    d.height = height;
+    d.format = chosen.to;
+    d.requestedFormat = format;
+    d.usage = usage;
+    d.stride = static_cast<int32_t>(*stride);
+    d.rows = static_cast<int32_t>(*reportedRows);
+    d.allocSize = size.value();
+    d.layerCount = layerCount;
+    d.afbc = compressed;
+    d.frames = chosen.frames;
+    return r;
 }
 
 namespace {
 
-PlaneLayoutComponent component(PlaneLayoutComponentType type, int64_t offset, int64_t size) {
-    PlaneLayoutComponent c;
-    c.type = ExtendableType{"android.hardware.graphics.common.PlaneLayoutComponentType",
-                            static_cast<int64_t>(type)};
-    c.offsetInBits = offset;
-    c.sizeInBits = size;
-    return c;
+PlaneLayoutComponent component(const ComponentRule& c) {
+    PlaneLayoutComponent out;
+    out.type = ExtendableType{"android.hardware.graphics.common.PlaneLayoutComponentType", c.type};
+    out.offsetInBits = c.offsetInBits;
+    out.sizeInBits = c.sizeInBits;
+    return out;
 }
 
-PlaneLayout plane(std::vector<PlaneLayoutComponent> components, int64_t offset, int64_t increment,
-                  int64_t stride, int64_t width, int64_t height, int64_t total, int64_t hsub,
-                  int64_t vsub) {
+PlaneLayout plane(const BufferDesc& d, int64_t offset, int64_t increment, int64_t stride,
+                  int64_t total, int64_t hsub, int64_t vsub) {
     PlaneLayout p;
-    p.components = std::move(components);
     p.offsetInBytes = offset;
     p.sampleIncrementInBits = increment;
     p.strideInBytes = stride;
-    p.widthInSamples = width / hsub;
-    p.heightInSamples = height / vsub;
+    p.widthInSamples = d.width / hsub;
+    p.heightInSamples = d.height / vsub;
     p.totalSizeInBytes = total;
     p.horizontalSubsampling = hsub;
     p.verticalSubsampling = vsub;
@@ -216,73 +250,52 @@ PlaneLayout plane(std::vector<PlaneLayoutComponent> components, int64_t offset, 
 }  // namespace
 
 std::vector<PlaneLayout> planeLayouts(const BufferDesc& d) {
-    using T = PlaneLayoutComponentType;
-    const int64_t w = d.width, h = d.height;
-    const int64_t rows = d.rows / (d.afbc ? d.frames : 1);
+    const std::shared_ptr<const Profile> profile = currentProfile();
+    auto found = profile->formats.find(d.format);
+    // Handles may come from anywhere; a description that cannot be laid out has no planes.
+    if (found == profile->formats.end() || d.stride < 0 || d.rows < 0) return {};
+    const FormatRule& rule = found->second;
+    const Checked rowBytes =
+            rule.strideInBytes && !d.afbc ? Checked(d.stride) : pixelRowBytes(rule, d.stride);
+    constexpr uint64_t kInt64Max = std::numeric_limits<int64_t>::max();
     if (d.afbc) {
-        return {plane({}, 0, 0, d.stride * (d.format == YCBCR_P010 ? 2 : 1), w, h,
-                      static_cast<int64_t>(d.allocSize), 1, 1)};
+        const auto total = (rowBytes * d.rows).within(kInt64Max);
+        if (!total || rowBytes.overflowed()) return {};
+        return {plane(d, 0, 0, static_cast<int64_t>(rowBytes.value()), static_cast<int64_t>(*total),
+                      1, 1)};
     }
-    const int64_t s = d.stride;
-    switch (d.format) {
-        case RGBA_8888:
-        case RGBX_8888:
-        case BGRA_8888: {
-            std::vector<PlaneLayoutComponent> c =
-                    d.format == BGRA_8888
-                            ? std::vector{component(T::B, 0, 8), component(T::G, 8, 8),
-                                          component(T::R, 16, 8), component(T::A, 24, 8)}
-                            : std::vector{component(T::R, 0, 8), component(T::G, 8, 8),
-                                          component(T::B, 16, 8)};
-            if (d.format == RGBA_8888) c.push_back(component(T::A, 24, 8));
-            return {plane(std::move(c), 0, 32, 4 * s, w, h, 4 * s * rows, 1, 1)};
-        }
-        case RGB_888:
-            return {plane({component(T::R, 0, 8), component(T::G, 8, 8), component(T::B, 16, 8)}, 0,
-                          24, 3 * s, w, h, 3 * s * rows, 1, 1)};
-        case RGB_565:
-            return {plane({component(T::B, 0, 5), component(T::G, 5, 6), component(T::R, 11, 5)}, 0,
-                          16, 2 * s, w, h, 2 * s * rows, 1, 1)};
-        case RAW16:
-            return {plane({component(T::RAW, 0, 16)}, 0, 16, 2 * s, w, h, 2 * s * rows, 1, 1)};
-        case Y8:
-            return {plane({component(T::Y, 0, 8)}, 0, 8, s, w, h, s * rows, 1, 1)};
-        case Y16:
-            return {plane({component(T::Y, 0, 16)}, 0, 16, 2 * s, w, h, 2 * s * rows, 1, 1)};
-        case YCBCR_422_I:
-            return {plane({component(T::Y, 0, 8), component(T::CB, 8, 8), component(T::CR, 24, 8)},
-                          0, 16, 2 * s, w, h, 2 * s * rows, 1, 1)};
-        case BLOB:
-        case RAW10:
-        case RAW_OPAQUE:
-        case CAMERA_OPAQUE:
-        case IMPLEMENTATION_DEFINED:
-            return {plane({}, 0, d.format == BLOB ? 8 : 0, s, w, h, s * rows, 1, 1)};
-        case YCBCR_422_SP:
-            return {plane({component(T::Y, 0, 8)}, 0, 8, s, w, h, s * h, 1, 1),
-                    plane({component(T::CB, 0, 8), component(T::CR, 8, 8)}, s * h, 16, s, w, h,
-                          s * h, 2, 1)};
-        case YCRCB_420_SP:
-        case NV12: {
-            const T first = d.format == NV12 ? T::CB : T::CR;
-            const T second = d.format == NV12 ? T::CR : T::CB;
-            return {plane({component(T::Y, 0, 8)}, 0, 8, s, w, h, s * rows, 1, 1),
-                    plane({component(first, 0, 8), component(second, 8, 8)}, s * rows, 16, s, w, h,
-                          s * rows / 2, 2, 2)};
-        }
-        case YCBCR_P010:
-            return {plane({component(T::Y, 6, 10)}, 0, 16, 2 * s, w, h, 2 * s * rows, 1, 1),
-                    plane({component(T::CB, 6, 10), component(T::CR, 22, 10)}, 2 * s * rows, 32,
-                          2 * s, w, h, s * rows, 2, 2)};
-        case YV12: {
-            const int64_t c = s / 2;
-            const int64_t ySize = s * rows, cSize = c * rows / 2;
-            return {plane({component(T::Y, 0, 8)}, 0, 8, s, w, h, ySize, 1, 1),
-                    plane({component(T::CR, 0, 8)}, ySize, 8, c, w, h, cSize, 2, 2),
-                    plane({component(T::CB, 0, 8)}, ySize + cSize, 8, c, w, h, cSize, 2, 2)};
-        }
+    std::vector<PlaneLayout> planes;
+    Checked offset;
+    for (size_t i = 0; i < rule.planes.size(); ++i) {
+        const PlaneRule& p = rule.planes[i];
+        const Checked stride = planeStride(rule, i, rowBytes);
+        const Checked total = stride * (Checked(d.rows) / p.verticalSubsampling);
+        const Checked end = offset + total;
+        if (!end.within(kInt64Max)) return {};
+        planes.push_back(plane(d, static_cast<int64_t>(offset.value()), p.sampleIncrementInBits,
+                               static_cast<int64_t>(stride.value()),
+                               static_cast<int64_t>(total.value()), p.horizontalSubsampling,
+                               p.verticalSubsampling));
+        std::transform(p.components.begin(), p.components.end(),
+                       std::back_inserter(planes.back().components), component);
+        offset = end;
     }
-    return {};
+    return planes;
+}
+
+bool writeExactMetadata(int metadataFd, const profile::ExactAnswer& a) {
+    SharedMetadata* m = mapMetadata(metadataFd);
+    if (m == nullptr) return false;
+    m->lock();
+    m->sfInfo.status = a.sfStatus;
+    m->exact.consumerUsage = a.consumerUsage;
+    m->exact.producerUsage = a.producerUsage;
+    const size_t length = a.planeLayouts ? a.planeLayouts->size() : 0;
+    m->exact.planeLayoutsLength = static_cast<uint32_t>(length);
+    if (length != 0) memcpy(m->exact.planeLayouts, a.planeLayouts->data(), length);
+    m->unlock();
+    unmapMetadata(m);
+    return true;
 }
 
 }  // namespace zyncam::sim

@@ -95,11 +95,17 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
             value = static_cast<int64_t>(d->id);
             break;
         case GRALLOC_EXTRA_GET_CONSUMER_USAGE:
-            value = static_cast<uint32_t>(d->usage & ~kProducerUsage);
+        case GRALLOC_EXTRA_GET_PRODUCER_USAGE: {
+            const bool producer = attribute == GRALLOC_EXTRA_GET_PRODUCER_USAGE;
+            value = static_cast<uint32_t>(d->usage & (producer ? kProducerUsage : ~kProducerUsage));
+            // An exact answer of the profile says what the device reported.
+            if (d->exactAnswer && !withMetadata(handle, [&](SharedMetadata& m) {
+                    value = producer ? m.exact.producerUsage : m.exact.consumerUsage;
+                })) {
+                return -EINVAL;
+            }
             break;
-        case GRALLOC_EXTRA_GET_PRODUCER_USAGE:
-            value = static_cast<uint32_t>(d->usage & kProducerUsage);
-            break;
+        }
         case GRALLOC_EXTRA_GET_SF_INFO: {
             GrallocExtraSfInfo info{};
             if (!withMetadata(handle, [&](SharedMetadata& m) { info = m.sfInfo; })) return -EINVAL;
@@ -148,7 +154,7 @@ extern "C" int gralloc_extra_sf_set_status(GrallocExtraSfInfo* sfInfo, int32_t m
 }
 
 extern "C" int gralloc_extra_get_platform_format(int format, uint64_t usage) {
-    std::optional<BufferDesc> d = resolve(64, 64, format, usage, 1);
+    std::optional<BufferDesc> d = resolve(64, 64, format, usage, 1).desc;
     return d ? d->format : format;
 }
 

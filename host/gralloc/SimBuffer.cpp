@@ -28,7 +28,7 @@ enum Int {
     kIntLayers,
     kIntIdLo,
     kIntIdHi,
-    kIntFlags,  // bit 0: AFBC; bits 8..15: frames
+    kIntFlags,  // bit 0: AFBC; bit 1: exact answer; bits 8..15: frames
 };
 static_assert(kIntFlags + 1 == kIntCount);
 
@@ -66,7 +66,7 @@ native_handle_t* encodeHandle(const BufferDesc& d, int pixels, int metadata) {
     ints[kIntLayers] = d.layerCount;
     ints[kIntIdLo] = lo(d.id);
     ints[kIntIdHi] = hi(d.id);
-    ints[kIntFlags] = (d.afbc ? 1 : 0) | (d.frames << 8);
+    ints[kIntFlags] = (d.afbc ? 1 : 0) | (d.exactAnswer ? 2 : 0) | (d.frames << 8);
     return h;
 }
 
@@ -88,6 +88,7 @@ std::optional<BufferDesc> decodeHandle(const native_handle_t* h) {
     d.layerCount = ints[kIntLayers];
     d.id = join(ints[kIntIdLo], ints[kIntIdHi]);
     d.afbc = (ints[kIntFlags] & 1) != 0;
+    d.exactAnswer = (ints[kIntFlags] & 2) != 0;
     d.frames = (ints[kIntFlags] >> 8) & 0xFF;
     return d;
 }

@@ -2,20 +2,21 @@
 // them out, and the metadata they share between every importer.
 #pragma once
 
+#include <aidl/android/hardware/graphics/allocator/AllocationError.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayout.h>
 #include <cutils/native_handle.h>
 #include <gralloc_extra.h>
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
+#include "Profile.h"
+
 namespace zyncam::sim {
 
-// Usage bit of the vendor range that asks for AFBC compression of YUV 4:2:0 buffers.
-inline constexpr uint64_t kUsageAfbc = 0x10000000;
-inline constexpr uint64_t kUsageSmvr = 0x20000000;
 inline constexpr uint64_t kUsageProtected = 0x4000;
 
 // Everything the allocator decided about one buffer.
@@ -31,12 +32,21 @@ struct BufferDesc {
     int32_t layerCount = 1;
     uint64_t id = 0;
     bool afbc = false;
-    int32_t frames = 1;  // slow-motion frames carried by the buffer
+    int32_t frames = 1;        // slow-motion frames carried by the buffer
+    bool exactAnswer = false;  // laid out by an exact answer of the profile, not by its rules
 };
 
-// The device profile: how a request is laid out, or nothing when it is not supported.
-std::optional<BufferDesc> resolve(int32_t width, int32_t height, int32_t format, uint64_t usage,
-                                  int32_t layerCount);
+// What the device profile makes of a request: a buffer, or the allocator's error (UNSUPPORTED
+// for what it cannot make, BAD_DESCRIPTOR for geometry outside its limits or whose arithmetic
+// overflows, NO_RESOURCES for a size over its cap).
+struct Resolution {
+    std::optional<BufferDesc> desc;
+    aidl::android::hardware::graphics::allocator::AllocationError error =
+            aidl::android::hardware::graphics::allocator::AllocationError::UNSUPPORTED;
+    std::shared_ptr<const profile::ExactAnswer> exact;  // the answer that laid it out, if any
+};
+Resolution resolve(int32_t width, int32_t height, int32_t format, uint64_t usage,
+                   int32_t layerCount);
 // The plane layouts that the mapper reports for a buffer.
 std::vector<aidl::android::hardware::graphics::common::PlaneLayout> planeLayouts(
         const BufferDesc& desc);
@@ -58,6 +68,14 @@ inline int metadataFd(const native_handle_t* handle) {
 
 inline constexpr uint32_t kDynamicCapacity = 16384;
 
+// What an exact answer fixes beyond the handle's integers.
+struct ExactMetadata {
+    uint32_t consumerUsage;
+    uint32_t producerUsage;
+    uint32_t planeLayoutsLength;  // 0: the profile's rules describe the planes
+    uint8_t planeLayouts[kExactPlaneLayoutsCapacity];
+};
+
 struct DynamicBlob {
     uint32_t set;
     uint32_t length;
@@ -78,6 +96,7 @@ struct SharedMetadata {
     float cta861_3[2];
     DynamicBlob smpte2094_40;
     DynamicBlob smpte2094_10;
+    ExactMetadata exact;
 
     void lock() {
         while (spin.exchange(1, std::memory_order_acquire) != 0) {
@@ -93,5 +112,8 @@ void unmapMetadata(SharedMetadata* metadata);
 // Creates the memory of a new buffer; false when memory runs out.
 bool createBufferMemory(const BufferDesc& desc, int* outPixelFd, int* outMetadataFd);
 uint64_t nextBufferId();
+
+// Stores what `answer` fixes into a new buffer's metadata; false when it cannot be mapped.
+bool writeExactMetadata(int metadataFd, const profile::ExactAnswer& answer);
 
 }  // namespace zyncam::sim

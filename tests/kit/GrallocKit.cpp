@@ -18,6 +18,16 @@ const NSCam::GrallocAllocatorAidlV2::AllocatorAidl& allocator() {
     return *a;
 }
 
+ScopedProfile::ScopedProfile(const std::string& path) {
+    std::string error;
+    EXPECT_TRUE(zyncam::sim::loadProfile(path, &error)) << error;
+}
+
+ScopedProfile::ScopedProfile(const std::string& json, const std::string& source) {
+    std::string error;
+    EXPECT_TRUE(zyncam::sim::loadProfileText(json, source, &error)) << error;
+}
+
 Buffer::Buffer(uint32_t width, uint32_t height, int32_t format, uint64_t usage) {
     EXPECT_EQ(allocator().allocate(width, height, static_cast<PixelFormat>(format), 1, usage,
                                    &mHandle, &mStride, 0, "test"),

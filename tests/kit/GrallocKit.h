@@ -22,6 +22,22 @@ private:
     }
 };
 
+// A device profile in force for the scope; the one in force before comes back afterwards. A
+// profile that is refused fails the test and leaves the one before in force.
+class ScopedProfile {
+public:
+    // A profile file.
+    explicit ScopedProfile(const std::string& path);
+    // Profile text; `source` names it in errors.
+    ScopedProfile(const std::string& json, const std::string& source);
+    ~ScopedProfile() { zyncam::sim::activateProfile(mPrevious); }
+    ScopedProfile(const ScopedProfile&) = delete;
+    ScopedProfile& operator=(const ScopedProfile&) = delete;
+
+private:
+    std::shared_ptr<const zyncam::sim::Profile> mPrevious = zyncam::sim::activeProfile();
+};
+
 const NSCam::GrallocMapperAidlV2::MapperV5& mapper();
 const NSCam::GrallocAllocatorAidlV2::AllocatorAidl& allocator();
 

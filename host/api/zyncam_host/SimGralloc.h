@@ -4,8 +4,10 @@
 
 #include <aidl/android/hardware/graphics/common/PlaneLayout.h>
 #include <cutils/native_handle.h>
+#include <zyncam_host/ProfileFormat.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,6 +62,34 @@ std::string mapperSuffix();
 // Names given to dma-bufs of simulated buffers, in the order they were set.
 std::vector<std::string> dmaBufNameHistory();
 void clearDmaBufNameHistory();
+
+// Device profiles (host/profiles/README.md): how the allocator lays buffers out. The simulator
+// starts with the file that $ZYNCAM_GRALLOC_PROFILE names, else the built-in default; a file that
+// does not load then ends the process, its error on stderr. Switching profiles changes what later
+// requests get; a buffer keeps the layout it was allocated with. Thread-safe.
+inline constexpr const char* kProfileVariable = "ZYNCAM_GRALLOC_PROFILE";
+struct Profile;
+// Loads a profile file, or profile text (`source` names it in errors), and puts it in force.
+// False with "file: field: reason" in `error` (may be null) when it is refused; the profile in
+// force then stays.
+bool loadProfile(const std::string& path, std::string* error);
+bool loadProfileText(const std::string& text, const std::string& source, std::string* error);
+// Back to the start-up profile.
+void resetProfile();
+// The profile in force, and putting one back in force (null: the start-up profile).
+std::shared_ptr<const Profile> activeProfile();
+void activateProfile(std::shared_ptr<const Profile> profile);
+// The built-in default profile's JSON (host/profiles/default.json), for example as the rules
+// of a captured profile whose exact answers are added to it.
+std::string builtInProfileJson();
+// The "name" of the profile in force, and the file it came from.
+std::string profileName();
+std::string profileSource();
+// Whether the buffer was laid out by an exact answer of the profile rather than by its rules.
+bool answeredFromExactTable(const native_handle_t* buffer);
+// The exact answer the profile in force holds for an allocation, or null when its rules answer.
+std::shared_ptr<const profile::ExactAnswer> exactAnswerFor(
+        const profile::AllocationRequest& request);
 
 // Registers the allocator service again (for example after a test removed it).
 void registerAllocatorService();
