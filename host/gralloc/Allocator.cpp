@@ -4,6 +4,8 @@
 #include <android/binder_manager.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "SimBuffer.h"
 #include "SimControl.h"
 
@@ -52,9 +54,9 @@ public:
 
     ndk::ScopedAStatus allocate2(const BufferDescriptorInfo& descriptor, int32_t count,
                                  AllocationResult* result) override {
-        auto fault = withControl([](Control& c) {
+        auto [fault, shortfall] = withControl([](Control& c) {
             ++c.counters.allocateCalls;
-            return c.faults.allocate;
+            return std::pair{c.faults.allocate, c.faults.allocateShortfall};
         });
         if (fault) {
             return *fault < 0 ? ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT)
@@ -66,7 +68,8 @@ public:
         BufferDesc* desc = &*resolution.desc;
         AllocationResult out;
         out.stride = desc->stride;
-        for (int32_t i = 0; i < count; ++i) {
+        const int32_t made = std::max(0, count - std::max(0, shortfall));
+        for (int32_t i = 0; i < made; ++i) {
             desc->id = nextBufferId();
             int pixels = -1, metadata = -1;
             if (!createBuffer(resolution, &pixels, &metadata)) {
@@ -80,7 +83,7 @@ public:
             native_handle_delete(h);
             out.buffers.push_back(std::move(buffer));
         }
-        withControl([&](Control& c) { c.counters.buffersAllocated += count; });
+        withControl([&](Control& c) { c.counters.buffersAllocated += made; });
         *result = std::move(out);
         return ndk::ScopedAStatus::ok();
     }
@@ -91,7 +94,11 @@ public:
     }
 
     ndk::ScopedAStatus getIMapperLibrarySuffix(std::string* out) override {
-        *out = mapperSuffix();
+        auto [suffix, fails] = withControl([](Control& c) {
+            return std::pair{c.faults.mapperSuffix, c.faults.mapperSuffixFails};
+        });
+        if (fails) return error(AllocationError::UNSUPPORTED);
+        *out = suffix;
         return ndk::ScopedAStatus::ok();
     }
 };

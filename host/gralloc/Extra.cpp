@@ -1,11 +1,12 @@
 // The simulated gralloc extension. Attributes come from the buffer's handle and shared
 // metadata, so every importer of a buffer sees the same values.
-#include <dlfcn.h>
-#include <stdarg.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+
+#include <zyncam_host/Platform.h>
 
 #include "SimBuffer.h"
 #include "SimControl.h"
@@ -23,19 +24,6 @@ void put(void* out, int64_t value) {
     memcpy(out, &v, sizeof(v));
 }
 
-// Runs `f` on the buffer's shared metadata; false when the handle is not ours.
-template <typename F>
-bool withMetadata(buffer_handle_t handle, F&& f) {
-    if (!decodeHandle(handle)) return false;
-    SharedMetadata* m = mapMetadata(metadataFd(handle));
-    if (m == nullptr) return false;
-    m->lock();
-    f(*m);
-    m->unlock();
-    unmapMetadata(m);
-    return true;
-}
-
 // The memfd names of this gralloc's pixel memory.
 bool isSimPixelFd(int fd) {
     char link[64], target[256];
@@ -46,21 +34,35 @@ bool isSimPixelFd(int fd) {
     return strncmp(target, "/memfd:zyncam-gralloc ", 22) == 0;
 }
 
-}  // namespace
-}  // namespace zyncam::sim
+// Records an extension call in the journal.
+int journaled(Call call, buffer_handle_t handle, int64_t attribute, int result, size_t bytes) {
+    if (journalOn()) {
+        JournalEntry e = journalEntry(call, handle, result);
+        e.attribute = attribute;
+        e.bytesWritten = bytes;
+        journalAppend(e);
+    }
+    return result;
+}
 
-using namespace zyncam::sim;
+// What a query of `attribute` writes: the SF-info record, a 64-bit size or id, or 32 bits.
+size_t answerSize(int attribute) {
+    switch (attribute) {
+        case GRALLOC_EXTRA_GET_SF_INFO:
+            return sizeof(GrallocExtraSfInfo);
+        case GRALLOC_EXTRA_GET_ALLOC_SIZE:
+        case GRALLOC_EXTRA_GET_ID:
+            return sizeof(uint64_t);
+        default:
+            return sizeof(uint32_t);
+    }
+}
 
-extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute,
-                                   void* out) {
+int query(buffer_handle_t handle, int attribute, void* out) {
     auto [failure, override] = withControl([&](Control& c) {
         ++c.counters.extraQueries;
-        auto f = c.faults.extraFailures.find(attribute);
-        auto o = c.faults.extraOverrides.find(attribute);
-        return std::pair{f == c.faults.extraFailures.end() ? std::optional<int32_t>()
-                                                           : std::optional(f->second),
-                         o == c.faults.extraOverrides.end() ? std::optional<int64_t>()
-                                                            : std::optional(o->second)};
+        return std::pair{lookup(c.faults.extraFailures, attribute),
+                         lookup(c.faults.extraOverrides, attribute)};
     });
     if (failure) return *failure;
     std::optional<BufferDesc> d = decodeHandle(handle);
@@ -99,16 +101,18 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
             const bool producer = attribute == GRALLOC_EXTRA_GET_PRODUCER_USAGE;
             value = static_cast<uint32_t>(d->usage & (producer ? kProducerUsage : ~kProducerUsage));
             // An exact answer of the profile says what the device reported.
-            if (d->exactAnswer && !withMetadata(handle, [&](SharedMetadata& m) {
-                    value = producer ? m.exact.producerUsage : m.exact.consumerUsage;
-                })) {
-                return -EINVAL;
+            if (d->exactAnswer) {
+                uint32_t consumerUsage = 0, producerUsage = 0;
+                if (!readExactUsages(metadataFd(handle), &consumerUsage, &producerUsage)) {
+                    return -EINVAL;
+                }
+                value = producer ? producerUsage : consumerUsage;
             }
             break;
         }
         case GRALLOC_EXTRA_GET_SF_INFO: {
             GrallocExtraSfInfo info{};
-            if (!withMetadata(handle, [&](SharedMetadata& m) { info = m.sfInfo; })) return -EINVAL;
+            if (!readSfInfo(metadataFd(handle), &info)) return -EINVAL;
             if (override) info.status = static_cast<uint32_t>(*override);
             memcpy(out, &info, sizeof(info));
             return 0;
@@ -117,7 +121,7 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
             return -EINVAL;
     }
     if (override) value = *override;
-    if (attribute == GRALLOC_EXTRA_GET_ALLOC_SIZE || attribute == GRALLOC_EXTRA_GET_ID) {
+    if (answerSize(attribute) == sizeof(uint64_t)) {
         put<uint64_t>(out, value);
     } else {
         put<uint32_t>(out, value);
@@ -125,52 +129,104 @@ extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBU
     return 0;
 }
 
+int perform(buffer_handle_t handle, int attribute, void* in) {
+    const std::optional<int32_t> fault = withControl([&](Control& c) {
+        ++c.counters.extraPerforms;
+        return lookup(c.faults.performFailures, attribute);
+    });
+    if (fault) return *fault;
+    if (in == nullptr) return -EINVAL;
+    if (!decodeHandle(handle)) return -EINVAL;
+    switch (attribute) {
+        case GRALLOC_EXTRA_SET_SF_INFO: {
+            GrallocExtraSfInfo info;
+            memcpy(&info, in, sizeof(info));
+            return writeSfInfo(metadataFd(handle), info) ? 0 : -EINVAL;
+        }
+        case GRALLOC_EXTRA_SET_SOF_TIME: {
+            uint64_t time;
+            memcpy(&time, in, sizeof(time));
+            return writeSofTime(metadataFd(handle), time) ? 0 : -EINVAL;
+        }
+        default:
+            return -EINVAL;
+    }
+}
+
+}  // namespace
+}  // namespace zyncam::sim
+
+using namespace zyncam::sim;
+
+extern "C" int gralloc_extra_query(buffer_handle_t handle, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute,
+                                   void* out) {
+    const int result = query(handle, attribute, out);
+    return journaled(Call::ExtraQuery, handle, attribute, result,
+                     result == 0 ? answerSize(attribute) : 0);
+}
+
 extern "C" int gralloc_extra_perform(buffer_handle_t handle,
                                      GRALLOC_EXTRA_ATTRIBUTE_PERFORM attribute, void* in) {
-    withControl([](Control& c) { ++c.counters.extraPerforms; });
-    if (in == nullptr) return -EINVAL;
-    bool known = true;
-    bool ours = withMetadata(handle, [&](SharedMetadata& m) {
-        switch (attribute) {
-            case GRALLOC_EXTRA_SET_SF_INFO:
-                memcpy(&m.sfInfo, in, sizeof(m.sfInfo));
-                break;
-            case GRALLOC_EXTRA_SET_SOF_TIME:
-                memcpy(&m.sofTime, in, sizeof(m.sofTime));
-                break;
-            default:
-                known = false;
-        }
-    });
-    return ours && known ? 0 : -EINVAL;
+    const int result = perform(handle, attribute, in);
+    const size_t stored =
+            attribute == GRALLOC_EXTRA_SET_SF_INFO ? sizeof(GrallocExtraSfInfo) : sizeof(uint64_t);
+    return journaled(Call::ExtraPerform, handle, attribute, result, result == 0 ? stored : 0);
 }
 
 extern "C" int gralloc_extra_sf_set_status(GrallocExtraSfInfo* sfInfo, int32_t mask,
                                            int32_t value) {
-    if (sfInfo == nullptr) return -EINVAL;
-    const uint32_t m = static_cast<uint32_t>(mask);
-    sfInfo->status = (sfInfo->status & ~m) | (static_cast<uint32_t>(value) & m);
-    return 0;
+    const std::optional<int32_t> fault =
+            withControl([](Control& c) { return c.faults.sfSetStatus; });
+    int result = -EINVAL;
+    if (fault) {
+        result = *fault;
+    } else if (sfInfo != nullptr) {
+        const uint32_t m = static_cast<uint32_t>(mask);
+        sfInfo->status = (sfInfo->status & ~m) | (static_cast<uint32_t>(value) & m);
+        result = 0;
+    }
+    return journaled(Call::ExtraSfSetStatus, nullptr, mask, result,
+                     result == 0 ? sizeof(sfInfo->status) : 0);
 }
 
 extern "C" int gralloc_extra_get_platform_format(int format, uint64_t usage) {
-    std::optional<BufferDesc> d = resolve(64, 64, format, usage, 1).desc;
-    return d ? d->format : format;
+    std::optional<int32_t> answer = withControl([](Control& c) { return c.faults.platformFormat; });
+    if (!answer) {
+        std::optional<BufferDesc> d = resolve(64, 64, format, usage, 1).desc;
+        answer = d ? d->format : format;
+    }
+    if (journalOn()) {
+        JournalEntry e = journalEntry(Call::ExtraPlatformFormat, nullptr, *answer);
+        e.attribute = format;
+        e.usage = usage;
+        journalAppend(e);
+    }
+    return *answer;
 }
+
+namespace zyncam::sim {
+namespace {
 
 // Naming a dma-buf: the simulated buffers are memfds, which have no dma-buf name, so the request
 // is answered here and recorded; every other ioctl goes to the C library.
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-    va_list ap;
-    va_start(ap, request);
-    void* arg = va_arg(ap, void*);
-    va_end(ap);
-    if (request == kDmaBufSetName && isSimPixelFd(fd)) {
-        const char* name = static_cast<const char*>(arg);
-        withControl([&](Control& c) { c.dmaBufNames.emplace_back(name ? name : ""); });
+bool nameDmaBuf(int fd, unsigned long request, void* arg, int* result) {
+    if (request != kDmaBufSetName || !isSimPixelFd(fd)) return false;
+    const char* name = static_cast<const char*>(arg);
+    const int error = withControl([&](Control& c) {
+        if (c.faults.dmaBufNameErrno != 0) return c.faults.dmaBufNameErrno;
+        if (c.dmaBufNames.size() == kDmaBufNameHistoryLimit) c.dmaBufNames.pop_front();
+        c.dmaBufNames.emplace_back(name ? name : "");
         return 0;
-    }
-    using Ioctl = int (*)(int, unsigned long, ...);
-    static Ioctl next = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
-    return next(fd, request, arg);
+    });
+    *result = error == 0 ? 0 : -1;
+    if (error != 0) errno = error;
+    return true;
 }
+
+// The platform's ioctl sees the naming requests of every program that loads this gralloc.
+struct IoctlRegistration {
+    IoctlRegistration() { host::setIoctlHandler(nameDmaBuf); }
+} gIoctlRegistration;
+
+}  // namespace
+}  // namespace zyncam::sim

@@ -9,9 +9,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
-#include <unordered_map>
+#include <tuple>
 
 #include "SimBuffer.h"
 #include "SimControl.h"
@@ -23,45 +24,25 @@ namespace common = aidl::android::hardware::graphics::common;
 using android::hardware::graphics::mapper::StandardMetadata;
 using common::StandardMetadataType;
 
-struct Imported {
-    BufferDesc desc;
-    SharedMetadata* metadata = nullptr;
-    void* base = nullptr;  // mapped on first lock, until free
-    int lockCount = 0;
-};
-
-struct Registry {
-    std::mutex lock;
-    std::unordered_map<buffer_handle_t, Imported> buffers;
-};
-
-Registry& registry() {
-    static auto* r = new Registry;
-    return *r;
-}
-
-template <typename F>
-auto withBuffer(buffer_handle_t buffer, F&& f) -> decltype(f(std::declval<Imported*>())) {
-    Registry& r = registry();
-    std::lock_guard<std::mutex> guard(r.lock);
-    auto it = r.buffers.find(buffer);
-    return f(it == r.buffers.end() ? nullptr : &it->second);
-}
-
-AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
-    if (handle == nullptr || outBufferHandle == nullptr || !decodeHandle(handle)) {
-        return AIMAPPER_ERROR_BAD_BUFFER;
-    }
+AIMapper_Error importOne(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
+    if (handle == nullptr || outBufferHandle == nullptr) return AIMAPPER_ERROR_BAD_BUFFER;
+    std::optional<BufferDesc> desc = decodeHandle(handle);
+    if (!desc) return AIMAPPER_ERROR_BAD_BUFFER;
     bool fail = withControl([](Control& c) {
         return c.faults.importCountdown > 0 && --c.faults.importCountdown == 0;
     });
     if (fail) return AIMAPPER_ERROR_BAD_BUFFER;
+    // Descriptors that are gone, or pixel memory smaller than the handle claims, make no buffer.
+    std::optional<MemoryId> pixels = memoryOf(pixelFd(handle), desc->allocSize);
+    if (!pixels) return AIMAPPER_ERROR_BAD_BUFFER;
     native_handle_t* clone = native_handle_clone(handle);
-    if (clone == nullptr) return AIMAPPER_ERROR_NO_RESOURCES;
+    if (clone == nullptr) {
+        return errno == EBADF ? AIMAPPER_ERROR_BAD_BUFFER : AIMAPPER_ERROR_NO_RESOURCES;
+    }
     Imported imported;
-    imported.desc = *decodeHandle(clone);
-    imported.metadata = mapMetadata(metadataFd(clone));
-    if (imported.metadata == nullptr) {
+    imported.desc = *desc;
+    imported.pixels = *pixels;
+    if (!isMetadata(metadataFd(clone))) {
         native_handle_close(clone);
         native_handle_delete(clone);
         return AIMAPPER_ERROR_BAD_BUFFER;
@@ -79,13 +60,21 @@ AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outB
     return AIMAPPER_ERROR_NONE;
 }
 
-AIMapper_Error freeBuffer(buffer_handle_t buffer) {
+AIMapper_Error importBuffer(const native_handle_t* handle, buffer_handle_t* outBufferHandle) {
+    const AIMapper_Error e = importOne(handle, outBufferHandle);
+    if (journalOn()) journalAppend(journalEntry(Call::Import, handle, e));
+    return e;
+}
+
+AIMapper_Error freeOne(buffer_handle_t buffer) {
+    const int32_t fault = withControl([](Control& c) { return c.faults.free; });
     Imported imported;
     {
         Registry& r = registry();
         std::lock_guard<std::mutex> guard(r.lock);
         auto it = r.buffers.find(buffer);
         if (it == r.buffers.end()) return AIMAPPER_ERROR_BAD_BUFFER;
+        if (fault != 0) return static_cast<AIMapper_Error>(fault);  // the buffer stays
         imported = it->second;
         r.buffers.erase(it);
     }
@@ -100,8 +89,14 @@ AIMapper_Error freeBuffer(buffer_handle_t buffer) {
     return AIMAPPER_ERROR_NONE;
 }
 
+AIMapper_Error freeBuffer(buffer_handle_t buffer) {
+    const AIMapper_Error e = freeOne(buffer);
+    if (journalOn()) journalAppend(journalEntry(Call::Free, buffer, e));
+    return e;
+}
+
 AIMapper_Error getTransportSize(buffer_handle_t buffer, uint32_t* outNumFds, uint32_t* outNumInts) {
-    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+    if (!withImported(buffer, [](Imported* b) { return b != nullptr; })) {
         return AIMAPPER_ERROR_BAD_BUFFER;
     }
     *outNumFds = kFdCount;
@@ -109,16 +104,34 @@ AIMapper_Error getTransportSize(buffer_handle_t buffer, uint32_t* outNumFds, uin
     return AIMAPPER_ERROR_NONE;
 }
 
+// Usage bits a CPU lock may ask for: the read and write nibbles.
+constexpr uint64_t kCpuUsageMask = 0xFF;
+
 bool validRegion(const ARect& r, const BufferDesc& d) {
     if (r.left == 0 && r.top == 0 && r.right == 0 && r.bottom == 0) return true;
     return r.left >= 0 && r.top >= 0 && r.right > r.left && r.bottom > r.top &&
            r.right <= d.width && r.bottom <= d.height;
 }
 
-AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int acquireFence,
-                    void** outData) {
-    auto [fault, closesFence] = withControl([](Control& c) {
-        return std::pair{c.faults.lock, c.faults.lockClosesAcquireFence};
+// Maps the pixels of `b` on its first lock. Every lock checks first that the descriptor still
+// names the buffer's memory, whole: a real mapper fails with a code where a mapping of other or
+// shrunk memory would hand out addresses that fault.
+AIMapper_Error mapPixels(buffer_handle_t buffer, Imported& b, bool mappingFails) {
+    std::optional<MemoryId> memory = memoryOf(pixelFd(buffer), b.desc.allocSize);
+    if (!memory || *memory != b.pixels) return AIMAPPER_ERROR_BAD_BUFFER;
+    if (b.base != nullptr) return AIMAPPER_ERROR_NONE;
+    if (mappingFails || b.desc.allocSize > SIZE_MAX) return AIMAPPER_ERROR_NO_RESOURCES;
+    void* p = mmap(nullptr, static_cast<size_t>(b.desc.allocSize), PROT_READ | PROT_WRITE,
+                   MAP_SHARED, pixelFd(buffer), 0);
+    if (p == MAP_FAILED) return AIMAPPER_ERROR_NO_RESOURCES;
+    b.base = p;
+    return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error lockOne(buffer_handle_t buffer, uint64_t cpuUsage, const ARect& region,
+                       int acquireFence, void** outData) {
+    auto [fault, mappingFails, closesFence] = withControl([](Control& c) {
+        return std::tuple{c.faults.lock, c.faults.lockMapping, c.faults.lockClosesAcquireFence};
     });
     // The fence is ours whatever happens: wait for the producer, then close it.
     if (acquireFence >= 0) {
@@ -130,21 +143,32 @@ AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int
     auto it = r.buffers.find(buffer);
     if (it == r.buffers.end()) return AIMAPPER_ERROR_BAD_BUFFER;
     Imported& b = it->second;
-    if (cpuUsage == 0 || (cpuUsage & ~uint64_t{0xFF}) != 0 || !validRegion(region, b.desc) ||
+    // Protected memory is never CPU-accessible.
+    if (cpuUsage == 0 || (cpuUsage & ~kCpuUsageMask) != 0 || !validRegion(region, b.desc) ||
         (b.desc.usage & kUsageProtected) != 0 || outData == nullptr) {
         return AIMAPPER_ERROR_BAD_VALUE;
     }
     if (fault != 0) return static_cast<AIMapper_Error>(fault);
-    if (b.base == nullptr) {
-        void* p = mmap(nullptr, b.desc.allocSize, PROT_READ | PROT_WRITE, MAP_SHARED,
-                       pixelFd(buffer), 0);
-        if (p == MAP_FAILED) return AIMAPPER_ERROR_NO_RESOURCES;
-        b.base = p;
+    if (AIMapper_Error e = mapPixels(buffer, b, mappingFails); e != AIMAPPER_ERROR_NONE) {
+        return e;
     }
     ++b.lockCount;
     *outData = b.base;
     withControl([](Control& c) { ++c.counters.locks; });
     return AIMAPPER_ERROR_NONE;
+}
+
+AIMapper_Error lock(buffer_handle_t buffer, uint64_t cpuUsage, ARect region, int acquireFence,
+                    void** outData) {
+    const AIMapper_Error e = lockOne(buffer, cpuUsage, region, acquireFence, outData);
+    if (journalOn()) {
+        JournalEntry j = journalEntry(Call::Lock, buffer, e);
+        j.usage = cpuUsage;
+        j.region = region;
+        j.fd = acquireFence;
+        journalAppend(j);
+    }
+    return e;
 }
 
 // A fence that signals `ms` milliseconds from now.
@@ -158,7 +182,7 @@ int lateFence(int ms) {
     return fd;
 }
 
-AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
+AIMapper_Error unlockOne(buffer_handle_t buffer, int* releaseFence) {
     *releaseFence = -1;
     auto [fault, lateMs] = withControl([](Control& c) {
         return std::pair{c.faults.unlock, c.faults.lateFenceMs};
@@ -176,8 +200,19 @@ AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
     return AIMAPPER_ERROR_NONE;
 }
 
+AIMapper_Error unlock(buffer_handle_t buffer, int* releaseFence) {
+    const AIMapper_Error e = unlockOne(buffer, releaseFence);
+    if (journalOn()) {
+        JournalEntry j = journalEntry(Call::Unlock, buffer, e);
+        j.fd = *releaseFence;
+        journalAppend(j);
+    }
+    return e;
+}
+
 AIMapper_Error checkLocked(buffer_handle_t buffer) {
-    bool locked = withBuffer(buffer, [](Imported* b) { return b != nullptr && b->lockCount > 0; });
+    bool locked =
+            withImported(buffer, [](Imported* b) { return b != nullptr && b->lockCount > 0; });
     return locked ? AIMAPPER_ERROR_NONE : AIMAPPER_ERROR_BAD_BUFFER;
 }
 
@@ -191,10 +226,36 @@ std::optional<std::vector<uint8_t>> blob(const DynamicBlob& b) {
     return std::vector<uint8_t>(b.bytes, b.bytes + b.length);
 }
 
-int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, void* dest,
+// Standard metadata kept in the buffer's shared memory (an exact answer's plane layouts too);
+// the rest follows from its handle.
+bool isStored(const BufferDesc& d, int64_t type) {
+    using T = StandardMetadataType;
+    switch (static_cast<T>(type)) {
+        case T::PLANE_LAYOUTS:
+            return d.exactAnswer;
+        case T::DATASPACE:
+        case T::BLEND_MODE:
+        case T::SMPTE2086:
+        case T::CTA861_3:
+        case T::SMPTE2094_40:
+        case T::SMPTE2094_10:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// The buffer's stored metadata, mapped when it is first needed: buffers whose metadata is
+// never touched (probe buffers) cost no mapping. Called under the registry's lock.
+SharedMetadata* storedMetadata(buffer_handle_t buffer, Imported& b) {
+    if (b.metadata == nullptr) b.metadata = mapMetadata(metadataFd(buffer));
+    return b.metadata;
+}
+
+// `m` is the buffer's stored metadata, present when the type is kept there.
+int32_t encodeStandard(const BufferDesc& d, const SharedMetadata* m, int64_t type, void* dest,
                        size_t size) {
     using T = StandardMetadataType;
-    m.lock();
     int32_t result = -AIMAPPER_ERROR_UNSUPPORTED;
     switch (static_cast<T>(type)) {
         case T::BUFFER_ID:
@@ -238,11 +299,11 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
             break;
         case T::PLANE_LAYOUTS: {
             auto layouts = withControl([](Control& c) { return c.faults.planeLayouts; });
-            if (!layouts && d.exactAnswer && m.exact.planeLayoutsLength != 0) {
+            if (!layouts && d.exactAnswer && m->exact.planeLayoutsLength != 0) {
                 // An exact answer's bytes, written as far as they fit, as an encoder does.
-                result = static_cast<int32_t>(m.exact.planeLayoutsLength);
+                result = static_cast<int32_t>(m->exact.planeLayoutsLength);
                 if (dest != nullptr) {
-                    memcpy(dest, m.exact.planeLayouts, std::min<size_t>(size, result));
+                    memcpy(dest, m->exact.planeLayouts, std::min<size_t>(size, result));
                 }
                 break;
             }
@@ -256,32 +317,32 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
             break;
         }
         case T::DATASPACE:
-            result = encode<T::DATASPACE>(common::Dataspace(m.dataspace), dest, size);
+            result = encode<T::DATASPACE>(common::Dataspace(m->dataspace), dest, size);
             break;
         case T::BLEND_MODE:
-            result = encode<T::BLEND_MODE>(common::BlendMode(m.blendMode), dest, size);
+            result = encode<T::BLEND_MODE>(common::BlendMode(m->blendMode), dest, size);
             break;
         case T::SMPTE2086: {
             std::optional<common::Smpte2086> v;
-            if (m.smpte2086Set) {
-                static_assert(sizeof(common::Smpte2086) == sizeof(m.smpte2086));
+            if (m->smpte2086Set) {
+                static_assert(sizeof(common::Smpte2086) == sizeof(m->smpte2086));
                 v.emplace();
-                memcpy(&*v, m.smpte2086, sizeof(m.smpte2086));
+                memcpy(&*v, m->smpte2086, sizeof(m->smpte2086));
             }
             result = encode<T::SMPTE2086>(v, dest, size);
             break;
         }
         case T::CTA861_3: {
             std::optional<common::Cta861_3> v;
-            if (m.cta861_3Set) v = common::Cta861_3{m.cta861_3[0], m.cta861_3[1]};
+            if (m->cta861_3Set) v = common::Cta861_3{m->cta861_3[0], m->cta861_3[1]};
             result = encode<T::CTA861_3>(v, dest, size);
             break;
         }
         case T::SMPTE2094_40:
-            result = encode<T::SMPTE2094_40>(blob(m.smpte2094_40), dest, size);
+            result = encode<T::SMPTE2094_40>(blob(m->smpte2094_40), dest, size);
             break;
         case T::SMPTE2094_10:
-            result = encode<T::SMPTE2094_10>(blob(m.smpte2094_10), dest, size);
+            result = encode<T::SMPTE2094_10>(blob(m->smpte2094_10), dest, size);
             break;
         case T::STRIDE:
             result = encode<T::STRIDE>(static_cast<uint32_t>(d.stride), dest, size);
@@ -289,23 +350,48 @@ int32_t encodeStandard(const BufferDesc& d, SharedMetadata& m, int64_t type, voi
         default:
             break;
     }
-    m.unlock();
     return result;
 }
 
-int32_t getStandardMetadata(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
-    auto answer = withControl([&](Control& c) -> std::optional<int32_t> {
+// Chosen bytes answer like an encoding: their length, copied only when they fit.
+int32_t answerBytes(const std::vector<uint8_t>& bytes, void* dest, size_t size) {
+    if (bytes.size() <= size && !bytes.empty()) memcpy(dest, bytes.data(), bytes.size());
+    return static_cast<int32_t>(bytes.size());
+}
+
+int32_t getOne(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
+    const auto answers = withControl([&](Control& c) {
         ++c.counters.metadataGets;
-        auto it = c.faults.metadataAnswers.find(type);
-        if (it == c.faults.metadataAnswers.end()) return std::nullopt;
-        return it->second;
+        return std::pair{lookup(c.faults.metadataAnswers, type),
+                         lookup(c.faults.metadataBytes, type)};
     });
-    if (answer) return *answer;
+    if (answers.first) return *answers.first;
+    const std::optional<std::vector<uint8_t>>& bytes = answers.second;
     if (dest == nullptr && size != 0) return -AIMAPPER_ERROR_BAD_VALUE;
-    return withBuffer(buffer, [&](Imported* b) {
+    return withImported(buffer, [&](Imported* b) {
         if (b == nullptr) return static_cast<int32_t>(-AIMAPPER_ERROR_BAD_BUFFER);
-        return encodeStandard(b->desc, *b->metadata, type, dest, size);
+        if (bytes) return answerBytes(*bytes, dest, size);
+        SharedMetadata* m = isStored(b->desc, type) ? storedMetadata(buffer, *b) : nullptr;
+        if (isStored(b->desc, type) && m == nullptr) {
+            return static_cast<int32_t>(-AIMAPPER_ERROR_NO_RESOURCES);
+        }
+        if (m != nullptr) m->lock();
+        const int32_t result = encodeStandard(b->desc, m, type, dest, size);
+        if (m != nullptr) m->unlock();
+        return result;
     });
+}
+
+int32_t getStandardMetadata(buffer_handle_t buffer, int64_t type, void* dest, size_t size) {
+    const int32_t result = getOne(buffer, type, dest, size);
+    if (journalOn()) {
+        JournalEntry j = journalEntry(Call::GetStandardMetadata, buffer, result);
+        j.attribute = type;
+        const bool written = result > 0 && static_cast<size_t>(result) <= size;
+        j.bytesWritten = written ? static_cast<size_t>(result) : 0;
+        journalAppend(j);
+    }
+    return result;
 }
 
 int32_t getMetadata(buffer_handle_t buffer, AIMapper_MetadataType type, void* dest, size_t size) {
@@ -329,7 +415,7 @@ AIMapper_Error storeBlob(DynamicBlob& b, const std::optional<std::vector<uint8_t
     return AIMAPPER_ERROR_NONE;
 }
 
-AIMapper_Error decodeAndStore(SharedMetadata& m, int64_t type, const void* data, size_t size) {
+AIMapper_Error decodeAndStore(SharedMetadata* m, int64_t type, const void* data, size_t size) {
     using T = StandardMetadataType;
     switch (static_cast<T>(type)) {
         case T::BUFFER_ID:
@@ -343,55 +429,71 @@ AIMapper_Error decodeAndStore(SharedMetadata& m, int64_t type, const void* data,
         case T::DATASPACE: {
             auto v = decode<T::DATASPACE>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.dataspace = static_cast<int32_t>(*v);
+            m->dataspace = static_cast<int32_t>(*v);
             return AIMAPPER_ERROR_NONE;
         }
         case T::BLEND_MODE: {
             auto v = decode<T::BLEND_MODE>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.blendMode = static_cast<int32_t>(*v);
+            m->blendMode = static_cast<int32_t>(*v);
             return AIMAPPER_ERROR_NONE;
         }
         case T::SMPTE2086: {
             auto v = decode<T::SMPTE2086>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.smpte2086Set = v->has_value();
-            if (*v) memcpy(m.smpte2086, &**v, sizeof(m.smpte2086));
+            m->smpte2086Set = v->has_value();
+            if (*v) memcpy(m->smpte2086, &**v, sizeof(m->smpte2086));
             return AIMAPPER_ERROR_NONE;
         }
         case T::CTA861_3: {
             auto v = decode<T::CTA861_3>(data, size);
             if (!v) return AIMAPPER_ERROR_UNSUPPORTED;
-            m.cta861_3Set = v->has_value();
+            m->cta861_3Set = v->has_value();
             if (*v) {
-                m.cta861_3[0] = (*v)->maxContentLightLevel;
-                m.cta861_3[1] = (*v)->maxFrameAverageLightLevel;
+                m->cta861_3[0] = (*v)->maxContentLightLevel;
+                m->cta861_3[1] = (*v)->maxFrameAverageLightLevel;
             }
             return AIMAPPER_ERROR_NONE;
         }
         case T::SMPTE2094_40: {
             auto v = decode<T::SMPTE2094_40>(data, size);
-            return v ? storeBlob(m.smpte2094_40, *v) : AIMAPPER_ERROR_UNSUPPORTED;
+            return v ? storeBlob(m->smpte2094_40, *v) : AIMAPPER_ERROR_UNSUPPORTED;
         }
         case T::SMPTE2094_10: {
             auto v = decode<T::SMPTE2094_10>(data, size);
-            return v ? storeBlob(m.smpte2094_10, *v) : AIMAPPER_ERROR_UNSUPPORTED;
+            return v ? storeBlob(m->smpte2094_10, *v) : AIMAPPER_ERROR_UNSUPPORTED;
         }
         default:
             return AIMAPPER_ERROR_UNSUPPORTED;
     }
 }
 
-AIMapper_Error setStandardMetadata(buffer_handle_t buffer, int64_t type, const void* data,
-                                   size_t size) {
-    withControl([](Control& c) { ++c.counters.metadataSets; });
-    return withBuffer(buffer, [&](Imported* b) {
+AIMapper_Error setOne(buffer_handle_t buffer, int64_t type, const void* data, size_t size) {
+    const std::optional<int32_t> fault = withControl([&](Control& c) {
+        ++c.counters.metadataSets;
+        return lookup(c.faults.setMetadataFailures, type);
+    });
+    return withImported(buffer, [&](Imported* b) {
         if (b == nullptr) return AIMAPPER_ERROR_BAD_BUFFER;
-        b->metadata->lock();
-        AIMapper_Error e = decodeAndStore(*b->metadata, type, data, size);
-        b->metadata->unlock();
+        if (fault) return static_cast<AIMapper_Error>(*fault);
+        SharedMetadata* m = isStored(b->desc, type) ? storedMetadata(buffer, *b) : nullptr;
+        if (isStored(b->desc, type) && m == nullptr) return AIMAPPER_ERROR_NO_RESOURCES;
+        if (m != nullptr) m->lock();
+        const AIMapper_Error e = decodeAndStore(m, type, data, size);
+        if (m != nullptr) m->unlock();
         return e;
     });
+}
+
+AIMapper_Error setStandardMetadata(buffer_handle_t buffer, int64_t type, const void* data,
+                                   size_t size) {
+    const AIMapper_Error e = setOne(buffer, type, data, size);
+    if (journalOn()) {
+        JournalEntry j = journalEntry(Call::SetStandardMetadata, buffer, e);
+        j.attribute = type;
+        journalAppend(j);
+    }
+    return e;
 }
 
 AIMapper_Error setMetadata(buffer_handle_t buffer, AIMapper_MetadataType type, const void* data,
@@ -461,7 +563,7 @@ void dumpOne(buffer_handle_t buffer, AIMapper_DumpBufferCallback callback, void*
 
 AIMapper_Error dumpBuffer(buffer_handle_t buffer, AIMapper_DumpBufferCallback callback,
                           void* context) {
-    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+    if (!withImported(buffer, [](Imported* b) { return b != nullptr; })) {
         return AIMAPPER_ERROR_BAD_BUFFER;
     }
     dumpOne(buffer, callback, context);
@@ -484,7 +586,7 @@ AIMapper_Error dumpAllBuffers(AIMapper_BeginDumpBufferCallback begin,
 }
 
 AIMapper_Error getReservedRegion(buffer_handle_t buffer, void** outRegion, uint64_t* outSize) {
-    if (!withBuffer(buffer, [](Imported* b) { return b != nullptr; })) {
+    if (!withImported(buffer, [](Imported* b) { return b != nullptr; })) {
         return AIMAPPER_ERROR_BAD_BUFFER;
     }
     *outRegion = nullptr;

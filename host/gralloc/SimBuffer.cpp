@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <limits>
 
 namespace zyncam::sim {
 
@@ -43,6 +45,19 @@ uint64_t join(int32_t l, int32_t h) {
 }
 
 constexpr size_t kMetadataSize = (sizeof(SharedMetadata) + 4095) / 4096 * 4096;
+constexpr int32_t kBlendModeNone = 1;
+
+// Reads or writes one field of a buffer's metadata through its descriptor.
+template <typename T>
+bool readField(int fd, size_t offset, T* value) {
+    return pread(fd, value, sizeof(*value), static_cast<off_t>(offset)) ==
+           static_cast<ssize_t>(sizeof(*value));
+}
+template <typename T>
+bool writeField(int fd, size_t offset, const T& value) {
+    return pwrite(fd, &value, sizeof(value), static_cast<off_t>(offset)) ==
+           static_cast<ssize_t>(sizeof(value));
+}
 
 }  // namespace
 
@@ -108,30 +123,78 @@ void unmapMetadata(SharedMetadata* metadata) {
     if (metadata != nullptr) munmap(metadata, kMetadataSize);
 }
 
+bool isMetadata(int fd) {
+    int32_t magic = 0;
+    return readField(fd, offsetof(SharedMetadata, magic), &magic) && magic == kMagic;
+}
+
+namespace {
+std::mutex gAttributeLock;
+}  // namespace
+
+bool readSfInfo(int fd, GrallocExtraSfInfo* out) {
+    std::lock_guard<std::mutex> guard(gAttributeLock);
+    return isMetadata(fd) && readField(fd, offsetof(SharedMetadata, sfInfo), out);
+}
+
+bool writeSfInfo(int fd, const GrallocExtraSfInfo& info) {
+    std::lock_guard<std::mutex> guard(gAttributeLock);
+    return isMetadata(fd) && writeField(fd, offsetof(SharedMetadata, sfInfo), info);
+}
+
+bool writeSofTime(int fd, uint64_t time) {
+    std::lock_guard<std::mutex> guard(gAttributeLock);
+    return isMetadata(fd) && writeField(fd, offsetof(SharedMetadata, sofTime), time);
+}
+
+bool readExactUsages(int fd, uint32_t* consumerUsage, uint32_t* producerUsage) {
+    ExactMetadata exact{};
+    const size_t usages = offsetof(ExactMetadata, planeLayoutsLength);
+    if (!isMetadata(fd) ||
+        pread(fd, &exact, usages, static_cast<off_t>(offsetof(SharedMetadata, exact))) !=
+                static_cast<ssize_t>(usages)) {
+        return false;
+    }
+    *consumerUsage = exact.consumerUsage;
+    *producerUsage = exact.producerUsage;
+    return true;
+}
+
+// memfd pages start zeroed, which is every field's initial value but these; writing them through
+// the descriptor spares a mapping (and the TLB flush of its unmapping) per buffer.
 bool createBufferMemory(const BufferDesc& d, int* outPixelFd, int* outMetadataFd) {
     int pixels = memfd_create("zyncam-gralloc", MFD_CLOEXEC);
     int metadata = memfd_create("zyncam-gralloc-metadata", MFD_CLOEXEC);
-    if (pixels < 0 || metadata < 0 || ftruncate(pixels, static_cast<off_t>(d.allocSize)) != 0 ||
-        ftruncate(metadata, kMetadataSize) != 0) {
+    const uint32_t status = d.afbc ? GRALLOC_EXTRA_BIT_AFBC : 0;
+    if (pixels < 0 || metadata < 0 ||
+        d.allocSize > static_cast<uint64_t>(std::numeric_limits<off_t>::max()) ||
+        ftruncate(pixels, static_cast<off_t>(d.allocSize)) != 0 ||
+        ftruncate(metadata, kMetadataSize) != 0 ||
+        !writeField(metadata, offsetof(SharedMetadata, magic), kMagic) ||
+        !writeField(metadata, offsetof(SharedMetadata, blendMode), kBlendModeNone) ||
+        !writeField(metadata,
+                    offsetof(SharedMetadata, sfInfo) + offsetof(GrallocExtraSfInfo, status),
+                    status)) {
         if (pixels >= 0) close(pixels);
         if (metadata >= 0) close(metadata);
         return false;
     }
-    void* p = mmap(nullptr, kMetadataSize, PROT_READ | PROT_WRITE, MAP_SHARED, metadata, 0);
-    if (p == MAP_FAILED) {
-        close(pixels);
-        close(metadata);
-        return false;
-    }
-    auto* m = new (p) SharedMetadata{};  // memfd pages start zeroed
-    m->magic = kMagic;
-    m->dataspace = 0;
-    m->blendMode = 1;  // NONE
-    if (d.afbc) m->sfInfo.status |= GRALLOC_EXTRA_BIT_AFBC;
-    munmap(p, kMetadataSize);
     *outPixelFd = pixels;
     *outMetadataFd = metadata;
     return true;
+}
+
+std::optional<MemoryId> memoryOf(int fd, uint64_t size) {
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || st.st_size < 0 || static_cast<uint64_t>(st.st_size) < size) {
+        return std::nullopt;
+    }
+    return MemoryId{st.st_dev, st.st_ino};
+}
+
+Registry& registry() {
+    static auto* r = new Registry;  // used until the very end of the process
+    return *r;
 }
 
 uint64_t nextBufferId() {

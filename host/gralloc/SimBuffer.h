@@ -7,10 +7,14 @@
 #include <cutils/native_handle.h>
 #include <gralloc_extra.h>
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "Profile.h"
@@ -108,12 +112,60 @@ struct SharedMetadata {
 // Maps a buffer's metadata; null when the descriptor is not one of ours.
 SharedMetadata* mapMetadata(int fd);
 void unmapMetadata(SharedMetadata* metadata);
+// Whether `fd` holds metadata of this gralloc.
+bool isMetadata(int fd);
 
-// Creates the memory of a new buffer; false when memory runs out.
+// The extension's attributes, read and written through the descriptor rather than a mapping (an
+// unmapping costs a TLB flush). A process-wide lock orders them within a process; across
+// processes each is a single read or write of the memory.
+bool readSfInfo(int fd, GrallocExtraSfInfo* out);
+bool writeSfInfo(int fd, const GrallocExtraSfInfo& info);
+bool writeSofTime(int fd, uint64_t time);
+// The usages an exact answer of the profile fixed for the buffer.
+bool readExactUsages(int fd, uint32_t* consumerUsage, uint32_t* producerUsage);
+
+// Creates the memory of a new buffer without mapping it; false when memory runs out.
 bool createBufferMemory(const BufferDesc& desc, int* outPixelFd, int* outMetadataFd);
 uint64_t nextBufferId();
 
 // Stores what `answer` fixes into a new buffer's metadata; false when it cannot be mapped.
 bool writeExactMetadata(int metadataFd, const profile::ExactAnswer& answer);
+// Identity of a buffer's pixel memory, so that a descriptor closed and reused for other memory
+// is never mapped in its place.
+struct MemoryId {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const MemoryId&) const = default;
+};
+// The identity of the memory behind `fd` when it holds at least `size` bytes.
+std::optional<MemoryId> memoryOf(int fd, uint64_t size);
+
+// A buffer imported through the mapper: its stored metadata mapped when first used, its pixels
+// on first lock, both until it is freed.
+struct Imported {
+    BufferDesc desc;
+    MemoryId pixels;
+    SharedMetadata* metadata = nullptr;
+    void* base = nullptr;
+    int lockCount = 0;
+};
+
+// Every imported buffer of the process, by its handle; the gralloc extension finds the metadata
+// mappings of imported buffers here.
+struct Registry {
+    std::mutex lock;
+    std::unordered_map<buffer_handle_t, Imported> buffers;
+};
+Registry& registry();
+
+// Runs `f` on the imported buffer of `handle` (null when it is not imported) under the
+// registry's lock.
+template <typename F>
+auto withImported(buffer_handle_t handle, F&& f) -> decltype(f(std::declval<Imported*>())) {
+    Registry& r = registry();
+    std::lock_guard<std::mutex> guard(r.lock);
+    auto it = r.buffers.find(handle);
+    return f(it == r.buffers.end() ? nullptr : &it->second);
+}
 
 }  // namespace zyncam::sim

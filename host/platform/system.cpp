@@ -10,7 +10,10 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <poll.h>
+#include <stdarg.h>
+#include <sys/ioctl.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <memory>
@@ -32,7 +35,22 @@ nsecs_t systemTime(int clock) {
     return static_cast<nsecs_t>(t.tv_sec) * 1000000000LL + t.tv_nsec;
 }
 
-extern "C" int sync_wait(int fd, int timeout) {
+namespace {
+
+std::atomic<zyncam::host::FdObserver> gFdObserver{nullptr};
+std::atomic<zyncam::host::IoctlHandler> gIoctlHandler{nullptr};
+
+// Reports a call to the observer, if any, keeping the call's errno.
+int observed(zyncam::host::FdCall call, int fd, int timeout, int result) {
+    if (zyncam::host::FdObserver observer = gFdObserver.load(std::memory_order_acquire)) {
+        const int saved = errno;
+        observer(call, fd, timeout, result);
+        errno = saved;
+    }
+    return result;
+}
+
+int waitFor(int fd, int timeout) {
     if (fd < 0) {
         errno = EINVAL;
         return -1;
@@ -54,6 +72,33 @@ extern "C" int sync_wait(int fd, int timeout) {
         }
     } while (errno == EINTR || errno == EAGAIN);
     return ret;
+}
+
+}  // namespace
+
+extern "C" int sync_wait(int fd, int timeout) {
+    return observed(zyncam::host::FdCall::SyncWait, fd, timeout, waitFor(fd, timeout));
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list ap;
+    va_start(ap, request);
+    void* arg = va_arg(ap, void*);
+    va_end(ap);
+    int result = 0;
+    zyncam::host::IoctlHandler handler = gIoctlHandler.load(std::memory_order_acquire);
+    if (handler != nullptr && handler(fd, request, arg, &result)) return result;
+    using Ioctl = int (*)(int, unsigned long, ...);
+    static const Ioctl next = reinterpret_cast<Ioctl>(dlsym(RTLD_NEXT, "ioctl"));
+    return next(fd, request, arg);
+}
+
+// Closing goes through here so that the closing of fences can be observed; it is the C library's
+// close otherwise.
+extern "C" int close(int fd) {
+    using Close = int (*)(int);
+    static const Close next = reinterpret_cast<Close>(dlsym(RTLD_NEXT, "close"));
+    return observed(zyncam::host::FdCall::Close, fd, 0, next(fd));
 }
 
 namespace {
@@ -139,6 +184,14 @@ void setBinderThreadStateAvailable(bool available) {
 
 uint64_t binderFlushCount() {
     return gFlushes.load();
+}
+
+void setFdObserver(FdObserver observer) {
+    gFdObserver.store(observer, std::memory_order_release);
+}
+
+void setIoctlHandler(IoctlHandler handler) {
+    gIoctlHandler.store(handler, std::memory_order_release);
 }
 
 int openFdCount() {

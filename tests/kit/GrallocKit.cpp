@@ -6,6 +6,20 @@ namespace testkit {
 
 using aidl::android::hardware::graphics::common::PixelFormat;
 
+std::vector<zyncam::sim::JournalEntry> Journal::of(zyncam::sim::Call call) const {
+    std::vector<zyncam::sim::JournalEntry> matching;
+    for (const auto& e : entries()) {
+        if (e.call == call) matching.push_back(e);
+    }
+    return matching;
+}
+
+std::vector<int> Journal::closed() const {
+    std::vector<int> fds;
+    for (const auto& e : of(zyncam::sim::Call::Close)) fds.push_back(e.fd);
+    return fds;
+}
+
 const NSCam::GrallocMapperAidlV2::MapperV5& mapper() {
     static auto* m = new NSCam::GrallocMapperAidlV2::MapperV5(
             NSCam::GrallocAllocatorAidlV2::AllocatorAidl::createInstance());

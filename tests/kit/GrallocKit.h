@@ -38,6 +38,23 @@ private:
     std::shared_ptr<const zyncam::sim::Profile> mPrevious = zyncam::sim::activeProfile();
 };
 
+// The simulator's call journal, on for the scope and off (and empty) after it.
+class Journal {
+public:
+    Journal() { zyncam::sim::setJournalEnabled(true); }
+    ~Journal() { zyncam::sim::setJournalEnabled(false); }
+    Journal(const Journal&) = delete;
+    Journal& operator=(const Journal&) = delete;
+
+    // Empties the journal and keeps it on.
+    void clear() { zyncam::sim::setJournalEnabled(true); }
+    std::vector<zyncam::sim::JournalEntry> entries() const { return zyncam::sim::journal(); }
+    // The entries of one kind, in order.
+    std::vector<zyncam::sim::JournalEntry> of(zyncam::sim::Call call) const;
+    // Descriptors closed, in order.
+    std::vector<int> closed() const;
+};
+
 const NSCam::GrallocMapperAidlV2::MapperV5& mapper();
 const NSCam::GrallocAllocatorAidlV2::AllocatorAidl& allocator();
 

@@ -1,7 +1,13 @@
 #include "TestKit.h"
 
 #include <cutils/properties.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include <zyncam_host/Platform.h>
@@ -101,6 +107,38 @@ ScopedProperty::~ScopedProperty() {
     } else {
         zyncam::host::propertyClear(mKey.c_str());
     }
+}
+
+namespace {
+
+int highestOpenFd() {
+    int highest = -1;
+    if (DIR* dir = opendir("/proc/self/fd")) {
+        while (dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] != '.') highest = std::max(highest, atoi(entry->d_name));
+        }
+        closedir(dir);  // its own descriptor was counted, and is free again
+    }
+    return highest;
+}
+
+}  // namespace
+
+NoFreeDescriptors::NoFreeDescriptors() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    mSavedLimit = limit.rlim_cur;
+    limit.rlim_cur = static_cast<rlim_t>(highestOpenFd() + 1);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) mFillers.push_back(fd);
+}
+
+NoFreeDescriptors::~NoFreeDescriptors() {
+    for (int fd : mFillers) close(fd);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = static_cast<rlim_t>(mSavedLimit);
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace testkit

@@ -69,4 +69,18 @@ private:
     std::optional<std::string> mPrevious;
 };
 
+// No descriptor can be made inside the scope (every new one fails with EMFILE): the soft
+// descriptor limit is lowered to the highest open one and the gaps below it are filled.
+class NoFreeDescriptors {
+public:
+    NoFreeDescriptors();
+    ~NoFreeDescriptors();
+    NoFreeDescriptors(const NoFreeDescriptors&) = delete;
+    NoFreeDescriptors& operator=(const NoFreeDescriptors&) = delete;
+
+private:
+    std::vector<int> mFillers;
+    uint64_t mSavedLimit = 0;
+};
+
 }  // namespace testkit

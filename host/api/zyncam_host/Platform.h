@@ -36,4 +36,15 @@ ndk::SpAIBinder removeService(const char* instance);
 // Number of open descriptors of this process.
 int openFdCount();
 
+// Receives every sync_wait and close of the process, from any thread, after the call: the
+// descriptor, sync_wait's time-out (0 for close) and the call's result. Null turns it off.
+enum class FdCall { SyncWait, Close };
+using FdObserver = void (*)(FdCall call, int fd, int timeout, int result);
+void setFdObserver(FdObserver observer);
+
+// Sees every ioctl of the process first: answers it (true, with its result in *result and errno
+// set) or passes it on to the C library (false). The simulated gralloc answers dma-buf naming.
+using IoctlHandler = bool (*)(int fd, unsigned long request, void* arg, int* result);
+void setIoctlHandler(IoctlHandler handler);
+
 }  // namespace zyncam::host

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <aidl/android/hardware/graphics/common/PlaneLayout.h>
+#include <android/rect.h>
 #include <cutils/native_handle.h>
 #include <zyncam_host/ProfileFormat.h>
 
@@ -52,14 +53,37 @@ void overridePlaneLayouts(
         std::optional<std::vector<aidl::android::hardware::graphics::common::PlaneLayout>> layouts);
 // Whether lock closes the acquire fence it is given, as a mapper must (on by default).
 void setLockClosesAcquireFence(bool closes);
+// getStandardMetadata of `type` answers these encoded bytes instead of the buffer's own: the
+// result is their length, and they are copied only when they fit the caller's buffer.
+void setMetadataBytes(int64_t type, std::optional<std::vector<uint8_t>> bytes);
+// setStandardMetadata of `type` on a valid buffer answers this AIMapper_Error and stores nothing.
+void failSetMetadata(int64_t type, std::optional<int32_t> error);
+// freeBuffer of a valid buffer answers this AIMapper_Error and keeps the buffer (0 turns it off).
+void failFree(int32_t error);
+// lock cannot map the buffer's memory, as when the address space is exhausted (NO_RESOURCES).
+// An import is mapped on its first lock and stays mapped, so only first locks are affected.
+void failLockMapping(bool fail);
+// allocate2 hands back this many buffers fewer than it was asked for (never fewer than none).
+void setAllocateShortfall(int32_t missing);
 // gralloc_extra_query of `attribute` fails with `code`, or reports `value` instead of the truth.
 void failExtraQuery(int attribute, std::optional<int32_t> code);
 void overrideExtraQuery(int attribute, std::optional<int64_t> value);
-// What getIMapperLibrarySuffix answers (the real mapper by default).
+// gralloc_extra_perform of `attribute` fails with `code` and stores nothing.
+void failExtraPerform(int attribute, std::optional<int32_t> code);
+// gralloc_extra_sf_set_status fails with `code` and leaves the record as it was.
+void failSfSetStatus(std::optional<int32_t> code);
+// gralloc_extra_get_platform_format answers `format` for every request.
+void overridePlatformFormat(std::optional<int32_t> format);
+// What getIMapperLibrarySuffix answers (the real mapper by default), or that the call fails.
 void setMapperSuffix(const std::string& suffix);
 std::string mapperSuffix();
+void failMapperSuffix(bool fail);
+// The dma-buf naming ioctl fails with this errno (0 turns it off); nothing is recorded then.
+void failDmaBufName(int error);
 
-// Names given to dma-bufs of simulated buffers, in the order they were set.
+// Names given to dma-bufs of simulated buffers, oldest first: the last kDmaBufNameHistoryLimit
+// only, so that long runs keep a constant footprint.
+inline constexpr size_t kDmaBufNameHistoryLimit = 64;
 std::vector<std::string> dmaBufNameHistory();
 void clearDmaBufNameHistory();
 
@@ -90,6 +114,43 @@ bool answeredFromExactTable(const native_handle_t* buffer);
 // The exact answer the profile in force holds for an allocation, or null when its rules answer.
 std::shared_ptr<const profile::ExactAnswer> exactAnswerFor(
         const profile::AllocationRequest& request);
+// The call journal: off until a test turns it on. Entries are appended as calls return, so a
+// call's own inner calls (the mapper waiting on and closing an acquire fence) come before it.
+enum class Call {
+    // mapper
+    Import,
+    Free,
+    Lock,
+    Unlock,
+    GetStandardMetadata,
+    SetStandardMetadata,
+    // gralloc extension
+    ExtraQuery,
+    ExtraPerform,
+    ExtraSfSetStatus,
+    ExtraPlatformFormat,
+    // fences, observed process-wide while the journal is on
+    SyncWait,
+    Close,
+};
+struct JournalEntry {
+    Call call;
+    const native_handle_t* handle = nullptr;  // the buffer of a mapper or extension call
+    uint64_t usage = 0;                       // Lock: CPU usage; ExtraPlatformFormat: usage
+    ARect region{};                           // Lock
+    // Lock: the acquire fence; Unlock: the release fence; SyncWait, Close: the descriptor.
+    int fd = -1;
+    // Extension calls: the attribute (ExtraPlatformFormat: the format); metadata calls: the
+    // standard metadata type; SyncWait: the time-out.
+    int64_t attribute = 0;
+    // AIMapper_Error, the extension's result, getStandardMetadata's size or negated error, or
+    // what sync_wait and close returned.
+    int32_t result = 0;
+    size_t bytesWritten = 0;  // into the caller's memory (or, for a perform, into the buffer)
+};
+// Turning the journal on or off empties it.
+void setJournalEnabled(bool on);
+std::vector<JournalEntry> journal();
 
 // Registers the allocator service again (for example after a test removed it).
 void registerAllocatorService();

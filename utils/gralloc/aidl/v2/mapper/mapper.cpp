@@ -5,8 +5,10 @@
 #include "GrallocMapperAidlV2.h"
 
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
+#include <android/sync.h>
 #include <cutils/properties.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gralloctypes/Gralloc4.h>
 #include <hwbinder/IPCThreadState.h>
 #include <unistd.h>
@@ -29,6 +31,16 @@ constexpr size_t kFirstReadSize = 512;
 constexpr int32_t kBadValue = AIMAPPER_ERROR_BAD_VALUE;
 
 using LoadIMapper = AIMapper_Error (*)(AIMapper** outImplementation);
+
+// The mapper closes the fence it is given, and the caller's descriptor is closed by the lock
+// itself, so the mapper gets a duplicate. Without one, the wait happens here and it gets none.
+int fenceForMapper(int acquireFence) {
+    if (acquireFence < 0) return -1;
+    const int duplicate = fcntl(acquireFence, F_DUPFD_CLOEXEC, 0);
+    if (duplicate >= 0) return duplicate;
+    (void)sync_wait(acquireFence, -1);
+    return -1;
+}
 
 }  // namespace
 
@@ -75,7 +87,8 @@ int32_t MapperV5::freeBuffer(const native_handle* buffer) const {
 
 int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARect& region,
                        int acquireFence, void** outData) const {
-    int32_t error = mMapper->v5.lock(buffer, cpuUsage, region, acquireFence, outData);
+    int32_t error =
+            mMapper->v5.lock(buffer, cpuUsage, region, fenceForMapper(acquireFence), outData);
     ipcFlushCommands();
     if (error != AIMAPPER_ERROR_NONE) {
         ZLOGE("[%s] IMapper->lock error happen, err=%u", static_cast<uint32_t>(error));
@@ -104,7 +117,8 @@ int32_t MapperV5::lock(const native_handle* buffer, uint64_t cpuUsage, const ARe
             *outBytesPerStride = (same && stride >= 0) ? static_cast<int>(stride) : -1;
         }
     }
-    int32_t error = mMapper->v5.lock(buffer, cpuUsage, region, acquireFence, outData);
+    int32_t error =
+            mMapper->v5.lock(buffer, cpuUsage, region, fenceForMapper(acquireFence), outData);
     ipcFlushCommands();
     if (acquireFence >= 0) close(acquireFence);
     if (error != AIMAPPER_ERROR_NONE) {
