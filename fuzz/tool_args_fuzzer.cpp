@@ -1,0 +1,53 @@
+// gralloc-layout's command line: any argument vector ends in an exit code the tool documents,
+// with the answer on its output or the reason on its error stream.
+//
+// Input: the arguments after the program name, separated by NUL bytes.
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "FuzzSupport.h"
+#include "LayoutQuery.h"
+
+namespace {
+
+using zyncam::fuzz::fail;
+
+constexpr size_t kMaxArguments = 12;
+constexpr size_t kMaxArgumentLength = 64;
+constexpr int kExitOk = 0;
+constexpr int kExitQueryFailed = 1;
+constexpr int kExitBadCommandLine = 2;
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    zyncam::fuzz::openLogGatesQuietly();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    std::vector<std::string> arguments{"gralloc-layout"};
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    for (size_t start = 0; start <= text.size() && arguments.size() <= kMaxArguments;) {
+        size_t end = text.find('\0', start);
+        if (end == std::string::npos) end = text.size();
+        if (end - start > kMaxArgumentLength) return -1;  // not worth keeping
+        arguments.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    std::vector<char*> argv;
+    for (auto& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+
+    std::ostringstream out;
+    std::ostringstream err;
+    const int code = zyncam::tools::runLayoutQuery(static_cast<int>(arguments.size()), argv.data(),
+                                                   out, err);
+    if (code != kExitOk && code != kExitQueryFailed && code != kExitBadCommandLine) {
+        fail("exit code %d", code);
+    }
+    if (code == kExitOk && out.str().empty()) fail("success without an answer");
+    if (code != kExitOk && err.str().empty()) fail("exit code %d without a reason", code);
+    return 0;
+}
