@@ -203,6 +203,8 @@ TEST(LayoutToolTest, StrictTurnsADerivationWarningIntoAnExitCode) {
 
     const ToolRun strict = run({"--strict", "--json", "64x48", "RGBA_8888"});
     EXPECT_EQ(strict.code, kExitWarned);
+    EXPECT_EQ(strict.err,
+              "gralloc-layout: --strict: the library warned 1 time while deriving the layouts\n");
     const Json::Value doc = parseJson(strict.out);
     ASSERT_EQ(doc["answers"][0]["warnings"].size(), 1u);
     EXPECT_EQ(doc["totals"]["warnings"].asUInt(), 1u);

@@ -96,7 +96,11 @@ int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
     writeReport(settings.output, settings.requests, answers, out);
     const Totals totals = count(answers);
     if (totals.failed + totals.refused > 0) return kExitNotAnswered;
-    if (settings.strict && totals.warnings > 0) return kExitWarned;
+    if (settings.strict && totals.warnings > 0) {
+        err << kErrorPrefix << "--strict: the library warned " << totals.warnings
+            << (totals.warnings == 1 ? " time" : " times") << " while deriving the layouts\n";
+        return kExitWarned;
+    }
     return kExitOk;
 }
 
