@@ -9,8 +9,9 @@
 #include <string>
 #include <vector>
 
+#include <ULogger.h>
+
 #include "GrallocHelperAidlV2Imp.h"
-#include "ULogger.h"
 
 namespace zyncam::tools {
 

@@ -8,10 +8,11 @@
 #include <fcntl.h>
 #include <hwbinder/IPCThreadState.h>
 
+#include <ULogger.h>
+
 #include <string>
 
 #include "logging/GrallocLog.h"
-#include "logging/ULogger.h"
 
 namespace NSCam::GrallocAllocatorAidlV2 {
 
