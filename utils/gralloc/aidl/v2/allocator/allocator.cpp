@@ -11,10 +11,11 @@
 #include <hwbinder/IPCThreadState.h>
 #include <utils/Errors.h>
 
+#include <ULogger.h>
+
 #include <string>
 
 #include "logging/GrallocLog.h"
-#include "logging/ULogger.h"
 
 namespace NSCam::GrallocAllocatorAidlV2 {
 

@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ULogger.h"
+#include <ULogger.h>
 
 namespace zcam::logging {
 

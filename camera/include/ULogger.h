@@ -1,6 +1,6 @@
 // The camera stack's log service, debug switch and crash-report trigger, as this library uses
-// them. The camera stack provides the definitions on a device; the host platform supplies
-// substitutes.
+// them. On a device the header and the definitions come with the camera stack's libzyncam_ulog;
+// on the host the header lives here and the host platform supplies substitutes.
 #pragma once
 
 #include <cstdint>
