@@ -34,7 +34,7 @@ enum OptionId : int {
 // Run options shape the whole run; request options apply to the request just before them.
 enum class Scope { Run, Request };
 
-struct OptionSpec {
+struct OptionInfo {
     const char* name;
     int hasArg;
     int id;
@@ -43,7 +43,7 @@ struct OptionSpec {
     const char* help;
 };
 
-constexpr OptionSpec kOptions[] = {
+constexpr OptionInfo kOptions[] = {
         {"usage", required_argument, kOptUsage, Scope::Request, "BITS",
          "usage bits of the request: names or numbers joined by '|' (default 0)"},
         {"batch", required_argument, kOptBatch, Scope::Request, "N",
@@ -63,23 +63,23 @@ constexpr OptionSpec kOptions[] = {
         {"version", no_argument, kOptVersion, Scope::Run, nullptr, "print the version"},
 };
 
-const OptionSpec* findOption(int id) {
-    for (const OptionSpec& spec : kOptions) {
-        if (spec.id == id) return &spec;
+const OptionInfo* findOption(int id) {
+    for (const OptionInfo& entry : kOptions) {
+        if (entry.id == id) return &entry;
     }
     return nullptr;
 }
 
 std::string optionName(int id) {
-    const OptionSpec* spec = findOption(id);
-    return spec != nullptr ? std::string("--") + spec->name : std::string("-") + char(id);
+    const OptionInfo* entry = findOption(id);
+    return entry != nullptr ? std::string("--") + entry->name : std::string("-") + char(id);
 }
 
 const std::vector<option>& longOptions() {
     static const std::vector<option> table = [] {
         std::vector<option> options;
-        for (const OptionSpec& spec : kOptions) {
-            options.push_back({spec.name, spec.hasArg, nullptr, spec.id});
+        for (const OptionInfo& entry : kOptions) {
+            options.push_back({entry.name, entry.hasArg, nullptr, entry.id});
         }
         options.push_back({nullptr, 0, nullptr, 0});
         return options;
@@ -92,10 +92,10 @@ const std::vector<option>& longOptions() {
 const std::string& shortOptions() {
     static const std::string text = [] {
         std::string letters = "-:";
-        for (const OptionSpec& spec : kOptions) {
-            if (spec.id >= kOptJson) continue;
-            letters += char(spec.id);
-            if (spec.hasArg == required_argument) letters += ':';
+        for (const OptionInfo& entry : kOptions) {
+            if (entry.id >= kOptJson) continue;
+            letters += char(entry.id);
+            if (entry.hasArg == required_argument) letters += ':';
         }
         return letters;
     }();
@@ -147,9 +147,9 @@ private:
     // A known option with a value it must not have, or without one it needs (glibc and bionic
     // disagree on which of '?' and ':' says which), or an unknown option.
     static Error badOption(char** argv, int argc) {
-        if (const OptionSpec* spec = optopt != 0 ? findOption(optopt) : nullptr) {
-            return "option " + quoted(optionName(spec->id)) +
-                   (spec->hasArg == no_argument ? " takes no value" : " needs a value");
+        if (const OptionInfo* entry = optopt != 0 ? findOption(optopt) : nullptr) {
+            return "option " + quoted(optionName(entry->id)) +
+                   (entry->hasArg == no_argument ? " takes no value" : " needs a value");
         }
         const std::string text = optind - 1 < argc ? argv[optind - 1] : "";
         if (text.rfind("--", 0) == 0)
@@ -177,18 +177,18 @@ private:
         if (mOneLine && mCurrent != nullptr) return "one request per line";
         const auto size = parseSize(text);
         if (!size) return "bad size " + quoted(text) + " (expected WxH, as 1920x1080)";
-        RequestSpec spec;
-        spec.request.widthInPixels = size->width;
-        spec.request.heightInPixels = size->height;
-        spec.origin = origin;
-        mCurrent = &std::get<RequestSpec>(mItems.emplace_back(std::move(spec)));
+        RequestSpec entry;
+        entry.request.widthInPixels = size->width;
+        entry.request.heightInPixels = size->height;
+        entry.origin = origin;
+        mCurrent = &std::get<RequestSpec>(mItems.emplace_back(std::move(entry)));
         mAwaitingFormat = true;
         return std::nullopt;
     }
 
     Error optionWith(int id, const char* value) {
-        const OptionSpec* spec = findOption(id);
-        if (spec->scope == Scope::Request) {
+        const OptionInfo* entry = findOption(id);
+        if (entry->scope == Scope::Request) {
             if (mCurrent == nullptr || mAwaitingFormat) {
                 return optionName(id) + " needs a request (WxH FORMAT) before it";
             }
@@ -323,8 +323,8 @@ Error parseCommandLine(int argc, char** argv, std::istream& input, Settings& set
     if (Error error = reader.read(words, "")) return error;
     // Files are read once the command line is done: getopt_long serves one scan at a time.
     for (auto& item : reader.items()) {
-        if (auto* spec = std::get_if<RequestSpec>(&item)) {
-            settings.requests.push_back(std::move(*spec));
+        if (auto* entry = std::get_if<RequestSpec>(&item)) {
+            settings.requests.push_back(std::move(*entry));
         } else if (Error error = readFile(std::get<std::string>(item), input, settings)) {
             return error;
         }
@@ -348,14 +348,14 @@ void writeHelp(std::ostream& out) {
            "\n"
            "Request options (after the request they change):\n";
     auto list = [&](Scope scope) {
-        for (const OptionSpec& spec : kOptions) {
-            if (spec.scope != scope) continue;
+        for (const OptionInfo& entry : kOptions) {
+            if (entry.scope != scope) continue;
             std::string flags =
-                    spec.id < kOptJson ? std::string("-") + char(spec.id) + ", " : "    ";
-            flags += std::string("--") + spec.name;
-            if (spec.valueName != nullptr) flags += std::string(" ") + spec.valueName;
+                    entry.id < kOptJson ? std::string("-") + char(entry.id) + ", " : "    ";
+            flags += std::string("--") + entry.name;
+            if (entry.valueName != nullptr) flags += std::string(" ") + entry.valueName;
             out << "  " << flags << std::string(flags.size() < 20 ? 20 - flags.size() : 1, ' ')
-                << spec.help << "\n";
+                << entry.help << "\n";
         }
     };
     list(Scope::Request);

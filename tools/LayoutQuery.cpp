@@ -83,12 +83,12 @@ int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
     LayoutSession session(*helper, *cache, log);
     std::vector<Answer> answers;
     for (size_t i = 0; i < settings.requests.size(); ++i) {
-        const RequestSpec& spec = settings.requests[i];
-        answers.push_back(session.answer(spec));
+        const RequestSpec& given = settings.requests[i];
+        answers.push_back(session.answer(given));
         const Answer& a = answers.back();
         if (a.outcome != Outcome::Answered) {
-            const zcam::GrallocRequest& r = spec.request;
-            err << kErrorPrefix << "request " << i + 1 << " (" << spec.origin << ", "
+            const zcam::GrallocRequest& r = given.request;
+            err << kErrorPrefix << "request " << i + 1 << " (" << given.origin << ", "
                 << r.widthInPixels << "x" << r.heightInPixels << " " << formatText(r.format)
                 << ", usage " << hex(static_cast<uint32_t>(r.usage)) << "): " << a.reason << "\n";
         }

@@ -126,20 +126,20 @@ std::optional<std::string> LayoutSession::refusal(const zcam::GrallocRequest& re
            " through a CPU lock, which a PROTECTED buffer refuses, and would end the process";
 }
 
-Answer LayoutSession::answer(const RequestSpec& spec) {
+Answer LayoutSession::answer(const RequestSpec& given) {
     Answer a;
-    a.probed = zcam::normalizeGrallocRequest(spec.request);
-    if (auto reason = refusal(spec.request, a.probed)) {
+    a.probed = zcam::normalizeGrallocRequest(given.request);
+    if (auto reason = refusal(given.request, a.probed)) {
         a.outcome = Outcome::Refused;
         a.reason = *reason;
         return a;
     }
     zcam::GrallocCachedLayout cached;
-    a.fromCache = !spec.refresh && mCache.findCachedLayout(spec.request, false, &cached);
+    a.fromCache = !given.refresh && mCache.findCachedLayout(given.request, false, &cached);
 
     mLog.clear();
     zcam::GrallocStaticInfo info;
-    a.status = mHelper.query(&spec.request, &info, spec.refresh);
+    a.status = mHelper.query(&given.request, &info, given.refresh);
     a.warnings = mLog.warnings();
     if (a.status != android::OK) {
         const std::string name = statusName(a.status);
@@ -149,7 +149,7 @@ Answer LayoutSession::answer(const RequestSpec& spec) {
         return a;
     }
     // The entry the answer came from; AFBC layouts are stored under their own flag.
-    if (!mCache.findCachedLayout(spec.request, info.isAFBC, &a.layout)) a.layout.info = info;
+    if (!mCache.findCachedLayout(given.request, info.isAFBC, &a.layout)) a.layout.info = info;
     a.planes = describePlanes(a.layout);
     return a;
 }

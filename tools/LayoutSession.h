@@ -50,7 +50,7 @@ public:
                   LibraryLog& log);
 
     // Refuses a request that the library would end the process on, else queries it.
-    Answer answer(const RequestSpec& spec);
+    Answer answer(const RequestSpec& given);
 
 private:
     std::optional<std::string> refusal(const zcam::GrallocRequest& request,
