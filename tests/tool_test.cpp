@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -424,3 +425,68 @@ TEST(LayoutToolTest, HostileInputGivesOneLineAndItsExitCode) {
 }
 
 }  // namespace
+
+namespace {
+
+// What a run answers, less what differs from run to run (the probe's time).
+Json::Value layoutsOf(const ToolRun& r) {
+    Json::Value answers = parseJson(r.out)["answers"];
+    for (Json::Value& answer : answers) answer.removeMember("allocationTimeNs");
+    return answers;
+}
+
+}  // namespace
+
+TEST(LayoutToolProfileTest, RunsFollowTheProfileAndPutTheOneBeforeBack) {
+    testkit::SimFaults faults;
+    const std::vector<std::string> requests = {
+            "1100x700",  "NV12",  "--usage", "HW_TEXTURE", "1100x700", "YCrCb_420_SP",
+            "4000x3000", "RAW16", "641x481", "YV12",       "--usage",  "HW_COMPOSER"};
+    const std::string before = zyncam::sim::profileName();
+    std::vector<Json::Value> answersPerProfile;
+    for (const char* file : {"default.json", "soc-a64.json", "soc-b128.json"}) {
+        SCOPED_TRACE(file);
+        const std::string path = std::string(ZYNCAM_PROFILES_DIR) + "/" + file;
+        std::vector<std::string> args = {"--json", "--profile", path};
+        args.insert(args.end(), requests.begin(), requests.end());
+        const ToolRun chosen = run(args);
+        ASSERT_EQ(chosen.code, kExitOk) << chosen.err;
+        EXPECT_EQ(zyncam::sim::profileName(), before);
+
+        // The same requests with the profile put in force by the test kit answer alike.
+        testkit::ScopedProfile inForce(path);
+        std::vector<std::string> plain = {"--json"};
+        plain.insert(plain.end(), requests.begin(), requests.end());
+        const ToolRun reference = run(plain);
+        ASSERT_EQ(reference.code, kExitOk) << reference.err;
+        EXPECT_EQ(layoutsOf(chosen), layoutsOf(reference));
+        answersPerProfile.push_back(layoutsOf(chosen));
+    }
+    // The profiles align rows differently, so the choice shows in the answers.
+    EXPECT_NE(answersPerProfile[0], answersPerProfile[1]);
+    EXPECT_NE(answersPerProfile[1], answersPerProfile[2]);
+}
+
+TEST(LayoutToolProfileTest, AProfileThatCannotBeUsedIsOneLineAndChangesNothing) {
+    testkit::SimFaults faults;
+    const std::string bad = ::testing::TempDir() + "tool_profile_unknown_field.json";
+    std::ofstream(bad) << R"({"name": "odd", "bogus": 1})";
+    const std::string before = zyncam::sim::profileName();
+    const struct {
+        std::string path;
+        std::string error;
+    } cases[] = {
+            {"/nonexistent/profile.json",
+             "gralloc-layout: /nonexistent/profile.json: cannot be read\n"},
+            {bad, "gralloc-layout: " + bad + ": bogus: unknown field\n"},
+    };
+    for (const auto& c : cases) {
+        const ToolRun r = run({"--profile", c.path, "64x64", "NV12"});
+        EXPECT_EQ(r.code, kExitBadInput);
+        EXPECT_EQ(r.err, c.error);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(zyncam::sim::profileName(), before);
+    }
+    EXPECT_EQ(run({"--profile", "", "64x64", "NV12"}).err,
+              "gralloc-layout: --profile needs a file\n");
+}

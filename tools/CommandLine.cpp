@@ -29,6 +29,7 @@ enum OptionId : int {
     kOptVerbose,
     kOptVersion,
     kOptRefresh,
+    kOptProfile,
 };
 
 // Run options shape the whole run; request options apply to the request just before them.
@@ -52,6 +53,8 @@ constexpr OptionInfo kOptions[] = {
          "probe the request again even when its layout is cached"},
         {"file", required_argument, kOptFile, Scope::Run, "FILE",
          "read requests from FILE, one per line ('-': standard input)"},
+        {"profile", required_argument, kOptProfile, Scope::Run, "FILE",
+         "workstation: the simulated allocator follows the device profile FILE (JSON)"},
         {"json", no_argument, kOptJson, Scope::Run, nullptr,
          "print one JSON document: requests, answers, totals"},
         {"csv", no_argument, kOptCsv, Scope::Run, nullptr, "print CSV, one row per plane"},
@@ -211,6 +214,11 @@ private:
                 mSettings.output = output;
                 return std::nullopt;
             }
+            case kOptProfile:
+                if (!mSettings.profile.empty()) return std::string("--profile is given twice");
+                if (*value == '\0') return std::string("--profile needs a file");
+                mSettings.profile = value;
+                return std::nullopt;
             case kOptStrict:
                 mSettings.strict = true;
                 return std::nullopt;

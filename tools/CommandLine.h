@@ -26,6 +26,7 @@ struct Settings {
     bool verbose = false;
     bool help = false;
     bool version = false;
+    std::string profile;             // device profile of the simulated allocator (workstation only)
     std::vector<std::string> names;  // "names", kind, value
     std::vector<RequestSpec> requests;
 };

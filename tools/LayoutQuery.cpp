@@ -8,6 +8,7 @@
 #include "LayoutSession.h"
 #include "LibraryLog.h"
 #include "PlatformCheck.h"
+#include "ProfileScope.h"
 #include "Report.h"
 #include "Vocabulary.h"
 
@@ -68,6 +69,12 @@ int names(const Settings& settings, std::ostream& out, std::ostream& err) {
 }
 
 int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
+    std::string profileError;
+    const ProfileScope profile(settings.profile, &profileError);
+    if (!profileError.empty()) {
+        err << kErrorPrefix << profileError << "\n";
+        return kExitBadInput;
+    }
     if (auto missing = missingGrallocPlatform()) {
         err << kErrorPrefix << *missing << "\n";
         return kExitNotAnswered;
