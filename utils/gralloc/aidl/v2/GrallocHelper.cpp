@@ -118,12 +118,12 @@ int GrallocHelperAidlV2Imp::initialize() {
 int GrallocHelperAidlV2Imp::query(const zcam::GrallocRequest* request,
                                   zcam::GrallocStaticInfo* staticInfo, bool refresh) const {
     if (request == nullptr) {
-        ZLOGE_AT(1263, "[%s] NULL pRequest");
-        return -22;
+        ZLOGE_AT(kLogLineNullRequest, "[%s] NULL pRequest");
+        return android::BAD_VALUE;
     }
     if (staticInfo == nullptr) {
-        ZLOGE_AT(1268, "[%s] NULL pStaticInfo");
-        return -22;
+        ZLOGE_AT(kLogLineNullStaticInfo, "[%s] NULL pStaticInfo");
+        return android::BAD_VALUE;
     }
     if (zcam::logging::debugEnabled()) [[unlikely]] {
         logQueryRequest(*request);

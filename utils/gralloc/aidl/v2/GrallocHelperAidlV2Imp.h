@@ -173,7 +173,8 @@ public:
 
 private:
     using Entry = std::pair<MyRequest, MyStaticInfo>;
-    // Index of `key` by binary search, or -1.
+    static constexpr ssize_t kNotCached = -1;
+    // Index of `key` by binary search, or kNotCached.
     ssize_t indexOfLocked(const MyRequest& key) const {
         size_t low = 0, high = mStreamInfoMap.size();
         while (low < high) {
@@ -186,7 +187,7 @@ private:
                 high = middle;
             }
         }
-        return -1;
+        return kNotCached;
     }
     // A layout request with the refresh flag: drops the key's entry, if any, and probes again.
     // Out of line and taking the lock itself, so that a cache hit neither carries the flag

@@ -48,12 +48,14 @@ using LoadIMapper = AIMapper_Error (*)(AIMapper** outImplementation);
 
 // The mapper closes the fence it is given, and the caller's descriptor is closed by the lock
 // itself, so the mapper gets a duplicate. Without one, the wait happens here and it gets none.
+constexpr int kWaitForever = -1;
+
 int fenceForMapper(int acquireFence) {
-    if (acquireFence < 0) return -1;
+    if (acquireFence < 0) return kNoFence;
     const int duplicate = fcntl(acquireFence, F_DUPFD_CLOEXEC, 0);
     if (duplicate >= 0) return duplicate;
-    (void)sync_wait(acquireFence, -1);
-    return -1;
+    (void)sync_wait(acquireFence, kWaitForever);
+    return kNoFence;
 }
 
 }  // namespace
