@@ -30,6 +30,8 @@ enum OptionId : int {
     kOptVersion,
     kOptRefresh,
     kOptProfile,
+    kOptCapture,
+    kOptCompare,
 };
 
 // Run options shape the whole run; request options apply to the request just before them.
@@ -55,6 +57,10 @@ constexpr OptionInfo kOptions[] = {
          "read requests from FILE, one per line ('-': standard input)"},
         {"profile", required_argument, kOptProfile, Scope::Run, "FILE",
          "workstation: the simulated allocator follows the device profile FILE (JSON)"},
+        {"capture", required_argument, kOptCapture, Scope::Run, "OUT",
+         "also record what the allocator answered for each request in OUT, a device profile"},
+        {"compare", required_argument, kOptCompare, Scope::Run, "A B",
+         "workstation: answer the requests under profiles A and B and list what differs"},
         {"json", no_argument, kOptJson, Scope::Run, nullptr,
          "print one JSON document: requests, answers, totals"},
         {"csv", no_argument, kOptCsv, Scope::Run, nullptr, "print CSV, one row per plane"},
@@ -161,6 +167,12 @@ private:
     }
 
     Error word(const char* text, const std::string& origin) {
+        if (mAwaitingSecondProfile) {
+            if (*text == '\0') return std::string("--compare needs two files");
+            mSettings.compare.emplace_back(text);
+            mAwaitingSecondProfile = false;
+            return std::nullopt;
+        }
         if (!mOneLine && !mSettings.names.empty()) {
             if (mSettings.names.size() == 3) return "names takes a kind and a value";
             mSettings.names.emplace_back(text);
@@ -219,6 +231,17 @@ private:
                 if (*value == '\0') return std::string("--profile needs a file");
                 mSettings.profile = value;
                 return std::nullopt;
+            case kOptCapture:
+                if (!mSettings.capture.empty()) return std::string("--capture is given twice");
+                if (*value == '\0') return std::string("--capture needs a file");
+                mSettings.capture = value;
+                return std::nullopt;
+            case kOptCompare:
+                if (!mSettings.compare.empty()) return std::string("--compare is given twice");
+                if (*value == '\0') return std::string("--compare needs two files");
+                mSettings.compare.emplace_back(value);
+                mAwaitingSecondProfile = true;
+                return std::nullopt;
             case kOptStrict:
                 mSettings.strict = true;
                 return std::nullopt;
@@ -263,6 +286,7 @@ private:
     }
 
     Error finish() const {
+        if (mAwaitingSecondProfile) return std::string("--compare needs two files");
         if (mAwaitingFormat) {
             return "request " +
                    quoted(std::to_string(mCurrent->request.widthInPixels) + "x" +
@@ -280,6 +304,7 @@ private:
     std::vector<Item> mItems;
     RequestSpec* mCurrent = nullptr;
     bool mAwaitingFormat = false;
+    bool mAwaitingSecondProfile = false;
 };
 
 std::vector<std::string> splitWords(const std::string& line) {
@@ -340,19 +365,31 @@ Error parseCommandLine(int argc, char** argv, std::istream& input, Settings& set
     if (!settings.names.empty() && !settings.requests.empty()) {
         return std::string("names takes no requests");
     }
+    const bool names = !settings.names.empty();
+    const bool compare = !settings.compare.empty();
+    if (compare && (names || !settings.capture.empty() || !settings.profile.empty())) {
+        return std::string("--compare names its own profiles: no --profile, --capture or names");
+    }
+    if (names && !settings.capture.empty()) return std::string("names captures nothing");
     return std::nullopt;
 }
 
 void writeHelp(std::ostream& out) {
     out << "usage: gralloc-layout [OPTIONS] WxH FORMAT [REQUEST OPTIONS] [WxH FORMAT ...]\n"
            "       gralloc-layout [OPTIONS] -f FILE\n"
+           "       gralloc-layout --capture OUT.json [OPTIONS] REQUESTS | -f FILE\n"
+           "       gralloc-layout --compare A.json B.json [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout names format|usage|dataspace VALUE\n"
            "\n"
            "Asks the gralloc helper what layout a buffer of each request gets: the usage it is\n"
            "probed with, what the allocator made of it, every plane, and the warnings the\n"
            "library logged on the way. Requests share one helper, so a repeated one is answered\n"
            "from its cache. names turns a value into the library's name, or a name into its\n"
-           "value.\n"
+           "value. --capture writes what the allocator reported for each request (every\n"
+           "gralloc-extension attribute the helper reads, the plane layouts, the YCbCr lock's\n"
+           "offsets) as the exact answers of a device profile, which --profile replays on a\n"
+           "workstation. --compare lists the requests on which two profiles lay out\n"
+           "differently, field by field.\n"
            "\n"
            "Request options (after the request they change):\n";
     auto list = [&](Scope scope) {

@@ -26,8 +26,10 @@ struct Settings {
     bool verbose = false;
     bool help = false;
     bool version = false;
-    std::string profile;             // device profile of the simulated allocator (workstation only)
-    std::vector<std::string> names;  // "names", kind, value
+    std::string profile;  // device profile of the simulated allocator (workstation only)
+    std::string capture;  // where to write the allocator's exact answers as a profile
+    std::vector<std::string> compare;  // the two profiles whose answers are compared
+    std::vector<std::string> names;    // "names", kind, value
     std::vector<RequestSpec> requests;
 };
 

@@ -2,8 +2,13 @@
 
 #include <GrallocHelper.h>
 
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <iostream>
+#include <optional>
 
+#include "Capture.h"
 #include "CommandLine.h"
 #include "LayoutSession.h"
 #include "LibraryLog.h"
@@ -68,17 +73,20 @@ int names(const Settings& settings, std::ostream& out, std::ostream& err) {
     return kExitUnnamed;
 }
 
-int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
-    std::string profileError;
-    const ProfileScope profile(settings.profile, &profileError);
-    if (!profileError.empty()) {
-        err << kErrorPrefix << profileError << "\n";
-        return kExitBadInput;
-    }
-    if (auto missing = missingGrallocPlatform()) {
-        err << kErrorPrefix << *missing << "\n";
-        return kExitNotAnswered;
-    }
+// Reports a request that was not answered, or not captured, as one line.
+void reportRequest(std::ostream& err, size_t index, const RequestSpec& given,
+                   const std::string& reason) {
+    const zcam::GrallocRequest& r = given.request;
+    err << kErrorPrefix << "request " << index + 1 << " (" << given.origin << ", "
+        << r.widthInPixels << "x" << r.heightInPixels << " " << formatText(r.format) << ", usage "
+        << hex(static_cast<uint32_t>(r.usage)) << "): " << reason << "\n";
+}
+
+// Answers every request in order on a new helper, under the profile in force; with `capture`,
+// also records what the allocator answered for each, and clears *captured when a request could
+// not be. Returns an exit code when no request could be answered at all.
+std::optional<int> answerAll(const Settings& settings, Capture* capture,
+                             std::vector<Answer>* answers, bool* captured, std::ostream& err) {
     // The sink is in place before the helper exists and stays until it is gone.
     LibraryLog log(settings.verbose);
     const std::unique_ptr<zcam::IGrallocHelper> helper = zcam::createGrallocHelper();
@@ -88,27 +96,99 @@ int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
         return kExitNotAnswered;
     }
     LayoutSession session(*helper, *cache, log);
-    std::vector<Answer> answers;
     for (size_t i = 0; i < settings.requests.size(); ++i) {
         const RequestSpec& given = settings.requests[i];
-        answers.push_back(session.answer(given));
-        const Answer& a = answers.back();
-        if (a.outcome != Outcome::Answered) {
-            const zcam::GrallocRequest& r = given.request;
-            err << kErrorPrefix << "request " << i + 1 << " (" << given.origin << ", "
-                << r.widthInPixels << "x" << r.heightInPixels << " " << formatText(r.format)
-                << ", usage " << hex(static_cast<uint32_t>(r.usage)) << "): " << a.reason << "\n";
+        Answer& a = answers->emplace_back(session.answer(given));
+        if (a.outcome == Outcome::Answered) {
+            a.exactAnswer = answeredExactly(probeAllocation(a.probed));
+        } else {
+            reportRequest(err, i, given, a.reason);
+        }
+        if (capture == nullptr) continue;
+        if (auto why = capture->record(a.probed)) {
+            reportRequest(err, i, given, "not captured: " + *why);
+            *captured = false;
         }
     }
+    return std::nullopt;
+}
+
+int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
+    std::string profileError;
+    const ProfileScope profile(settings.profile, &profileError);
+    if (!profileError.empty()) {
+        err << kErrorPrefix << profileError << "\n";
+        return kExitBadInput;
+    }
+    GrallocPlatform platform;
+    if (auto missing = openGrallocPlatform(&platform)) {
+        err << kErrorPrefix << *missing << "\n";
+        return kExitNotAnswered;
+    }
+    std::ofstream captureFile;
+    std::optional<Capture> capture;
+    if (!settings.capture.empty()) {
+        captureFile.open(settings.capture, std::ios::trunc);
+        if (!captureFile) {
+            err << kErrorPrefix << "cannot write " << quoted(settings.capture) << ": "
+                << strerror(errno) << "\n";
+            return kExitBadInput;
+        }
+        capture.emplace(platform);
+    }
+    std::vector<Answer> answers;
+    bool captured = true;
+    if (auto code = answerAll(settings, capture ? &*capture : nullptr, &answers, &captured, err)) {
+        return *code;
+    }
     writeReport(settings.output, settings.requests, answers, out);
+    if (capture) {
+        const std::string base = captureBase(settings.capture);
+        writeJsonDocument(captureProfile(base, capture->answers()), captureFile);
+        captureFile.close();
+        if (!captureFile) {
+            err << kErrorPrefix << "cannot write " << quoted(settings.capture) << "\n";
+            return kExitNotAnswered;
+        }
+        if (settings.output == Output::Text) {
+            const size_t n = capture->answers().size();
+            out << "captured " << n << (n == 1 ? " allocation" : " allocations") << " into "
+                << settings.capture << ", on top of " << base << "\n";
+        }
+    }
     const Totals totals = count(answers);
-    if (totals.failed + totals.refused > 0) return kExitNotAnswered;
+    if (totals.failed + totals.refused > 0 || !captured) return kExitNotAnswered;
     if (settings.strict && totals.warnings > 0) {
         err << kErrorPrefix << "--strict: the library warned " << totals.warnings
             << (totals.warnings == 1 ? " time" : " times") << " while deriving the layouts\n";
         return kExitWarned;
     }
     return kExitOk;
+}
+
+// The requests answered under each of two profiles, and what differs.
+int compare(const Settings& settings, std::ostream& out, std::ostream& err) {
+    std::vector<Answer> answers[2];
+    SimulatedProfile profiles[2];
+    for (size_t side = 0; side < 2; ++side) {
+        std::string profileError;
+        const ProfileScope profile(settings.compare[side], &profileError);
+        if (!profileError.empty()) {
+            err << kErrorPrefix << profileError << "\n";
+            return kExitBadInput;
+        }
+        if (auto missing = missingGrallocPlatform()) {
+            err << kErrorPrefix << *missing << "\n";
+            return kExitNotAnswered;
+        }
+        bool captured = true;
+        if (auto code = answerAll(settings, nullptr, &answers[side], &captured, err)) return *code;
+        profiles[side] = simulatedProfile().value_or(SimulatedProfile{});
+        profiles[side].source = settings.compare[side];
+    }
+    const size_t differing =
+            writeComparison(settings.output, settings.requests, profiles, answers, out);
+    return differing == 0 ? kExitOk : kExitDiffer;
 }
 
 }  // namespace
@@ -133,6 +213,7 @@ int runLayoutQuery(int argc, char** argv, std::ostream& out, std::ostream& err) 
         err << kErrorPrefix << "no request; try --help\n";
         return kExitBadInput;
     }
+    if (!settings.compare.empty()) return compare(settings, out, err);
     return layouts(settings, out, err);
 }
 

@@ -17,6 +17,8 @@ enum ExitCode : int {
     kExitUnnamed = 3,
     // --strict: the library warned while it derived a layout.
     kExitWarned = 4,
+    // --compare: the two profiles lay out at least one request differently.
+    kExitDiffer = 5,
 };
 
 // Runs gralloc-layout with its command line (argv[0] is the program's name; argv is read, not

@@ -41,6 +41,9 @@ struct Answer {
     std::vector<std::string> warnings;  // the library's warnings while answering
     int status = 0;                     // failed: the query's result
     std::string reason;                 // failed or refused: why, one line
+    // Answered on a workstation whose profile has exact answers: whether one of them laid the
+    // probe out (true) or the profile's rules did (false).
+    std::optional<bool> exactAnswer;
 };
 
 class LayoutSession {

@@ -1,7 +1,11 @@
-// The device profile a gralloc-layout run asks the simulated allocator to follow.
+// The device profile a gralloc-layout run asks the simulated allocator to follow, and what the
+// run can learn of it.
 #pragma once
 
+#include <zyncam_host/ProfileFormat.h>
+
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace zyncam::tools {
@@ -22,5 +26,17 @@ private:
     bool mChanged = false;
     std::shared_ptr<const void> mPrevious;
 };
+
+// The profile the simulated allocator follows now; empty on a device.
+struct SimulatedProfile {
+    std::string name;
+    std::string source;  // its file; empty for the built-in one
+    size_t exactAnswers = 0;
+};
+std::optional<SimulatedProfile> simulatedProfile();
+
+// Whether the simulated profile in force lays `allocation` out by one of its exact answers
+// (true) or by its rules (false); empty on a device, and when the profile has no exact answers.
+std::optional<bool> answeredExactly(const profile::AllocationRequest& allocation);
 
 }  // namespace zyncam::tools

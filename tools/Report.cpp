@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iomanip>
+#include <map>
 #include <sstream>
 
 #include "Vocabulary.h"
@@ -74,6 +75,11 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answe
         out << "  answered by "
             << (a.fromCache ? "cache, whose probe's allocation took " : "probe, allocation took ")
             << microseconds(l.allocationTimeNs) << " us\n";
+        if (a.exactAnswer) {
+            out << (*a.exactAnswer ? "  laid out by an exact answer of the profile\n"
+                                   : "  laid out by the profile's rules: no exact answer for this "
+                                     "allocation\n");
+        }
     }
     const Totals t = count(answers);
     out << t.requests << (t.requests == 1 ? " request: " : " requests: ") << t.probes
@@ -119,6 +125,7 @@ Json::Value answerJson(const Answer& a, size_t index) {
     } else {
         const zcam::GrallocCachedLayout& l = a.layout;
         v["answeredBy"] = a.fromCache ? "cache" : "probe";
+        if (a.exactAnswer) v["layoutSource"] = *a.exactAnswer ? "exactAnswer" : "rules";
         v["allocationTimeNs"] = Json::Int64{l.allocationTimeNs};
         Json::Value& allocated = v["allocated"];
         formatJson(allocated, "format", l.info.format);
@@ -168,11 +175,7 @@ void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answe
     totals["refused"] = Json::UInt64{t.refused};
     totals["warnings"] = Json::UInt64{t.warnings};
 
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "  ";
-    std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
-    writer->write(document, &out);
-    out << "\n";
+    writeJsonDocument(document, out);
 }
 
 // RFC 4180: a field with a comma, quote or line break is quoted, its quotes doubled.
@@ -189,7 +192,7 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer
            "probed_usage,probed_usage_name,allocated_format,allocated_format_name,"
            "allocated_width,allocated_height,allocator_usage,producer_usage,allocation_size,"
            "afbc,frames_per_buffer,answered_by,allocation_time_ns,warnings,reason,plane,"
-           "stride_bytes,stride_samples,sample_unit,rows,size_bytes,offset\n";
+           "stride_bytes,stride_samples,sample_unit,rows,size_bytes,offset,layout_source\n";
     for (size_t i = 0; i < answers.size(); ++i) {
         const zcam::GrallocRequest& r = requests[i].request;
         const Answer& a = answers[i];
@@ -213,7 +216,9 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer
             head << ",,,,,,,,,,,";
         }
         head << csvField(warnings) << "," << csvField(a.reason) << ",";
-        if (a.planes.empty()) out << head.str() << ",,,,,,\n";
+        const std::string source =
+                a.exactAnswer ? (*a.exactAnswer ? "exact_answer" : "rules") : std::string();
+        if (a.planes.empty()) out << head.str() << ",,,,,,," << source << "\n";
         for (size_t p = 0; p < a.planes.size(); ++p) {
             const PlaneAnswer& plane = a.planes[p];
             auto field = [](const std::optional<uint64_t>& v) {
@@ -221,12 +226,166 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer
             };
             out << head.str() << p << "," << plane.strideBytes << "," << field(plane.strideSamples)
                 << "," << plane.sampleUnit << "," << field(plane.rows) << "," << plane.sizeBytes
-                << "," << field(plane.offset) << "\n";
+                << "," << field(plane.offset) << "," << source << "\n";
         }
     }
 }
 
+// Fields of an answer that say how it was reached, not what the layout is.
+bool howReached(const std::string& key) {
+    return key == "request" || key == "answeredBy" || key == "allocationTimeNs" ||
+           key == "layoutSource";
+}
+
+bool endsWith(const std::string& text, const std::string& suffix) {
+    return text.size() >= suffix.size() &&
+           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+// Every leaf of an answer's JSON by its path ("allocated.format", "planes[1].rows"), as the
+// text a person reads: formats and usages with their names, a missing figure as "-".
+void flatten(const Json::Value& v, const std::string& path,
+             std::map<std::string, std::string>* out) {
+    if (v.isObject()) {
+        for (const std::string& key : v.getMemberNames()) {
+            if (howReached(key) || endsWith(key, "Name")) continue;
+            const std::string child = path.empty() ? key : path + "." + key;
+            const Json::Value& value = v[key];
+            if (endsWith(key, "format") && value.isInt()) {
+                (*out)[child] = formatText(value.asInt());
+            } else if (endsWith(key, "sage") && value.isUInt()) {
+                (*out)[child] = usageText(value.asUInt());
+            } else {
+                flatten(value, child, out);
+            }
+        }
+    } else if (v.isArray()) {
+        for (Json::ArrayIndex i = 0; i < v.size(); ++i) {
+            flatten(v[i], path + "[" + std::to_string(i) + "]", out);
+        }
+        if (v.empty()) (*out)[path + ".count"] = "0";
+    } else if (v.isNull()) {
+        (*out)[path] = "-";
+    } else {
+        (*out)[path] = v.isString() ? v.asString() : v.toStyledString();
+        std::string& text = (*out)[path];
+        while (!text.empty() && text.back() == '\n') text.pop_back();
+    }
+}
+
+struct FieldDifference {
+    std::string field, a, b;
+};
+
+std::vector<FieldDifference> differences(const Answer& a, const Answer& b) {
+    std::map<std::string, std::string> fields[2];
+    flatten(answerJson(a, 0), "", &fields[0]);
+    flatten(answerJson(b, 0), "", &fields[1]);
+    std::map<std::string, FieldDifference> merged;
+    for (size_t side = 0; side < 2; ++side) {
+        for (const auto& [field, value] : fields[side]) {
+            FieldDifference& d = merged[field];
+            d.field = field;
+            (side == 0 ? d.a : d.b) = value;
+        }
+    }
+    std::vector<FieldDifference> out;
+    for (auto& [field, d] : merged) {
+        if (d.a != d.b)
+            out.push_back(d.a.empty()   ? FieldDifference{field, "-", d.b}
+                          : d.b.empty() ? FieldDifference{field, d.a, "-"}
+                                        : d);
+    }
+    return out;
+}
+
+std::string padded(const std::string& text, size_t width) {
+    return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
+}
+
 }  // namespace
+
+void writeJsonDocument(const Json::Value& document, std::ostream& out) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
+    writer->write(document, &out);
+    out << "\n";
+}
+
+size_t writeComparison(Output output, const std::vector<RequestSpec>& requests,
+                       const SimulatedProfile (&profiles)[2],
+                       const std::vector<Answer> (&answers)[2], std::ostream& out) {
+    constexpr const char* kLabels[] = {"A", "B"};
+    constexpr size_t kFieldWidth = 28;
+    constexpr size_t kValueWidth = 40;
+    std::vector<std::vector<FieldDifference>> differing(requests.size());
+    size_t count = 0;
+    for (size_t i = 0; i < requests.size(); ++i) {
+        differing[i] = differences(answers[0][i], answers[1][i]);
+        if (!differing[i].empty()) ++count;
+    }
+    switch (output) {
+        case Output::Text:
+            for (size_t side = 0; side < 2; ++side) {
+                out << kLabels[side] << "  " << profiles[side].name << " (" << profiles[side].source
+                    << ")\n";
+            }
+            for (size_t i = 0; i < requests.size(); ++i) {
+                if (differing[i].empty()) continue;
+                out << "request " << i + 1 << "  " << requestText(requests[i].request) << "\n"
+                    << "  " << padded("field", kFieldWidth) << padded("A", kValueWidth) << "B\n";
+                for (const FieldDifference& d : differing[i]) {
+                    out << "  " << padded(d.field, kFieldWidth) << padded(d.a, kValueWidth) << d.b
+                        << "\n";
+                }
+            }
+            out << requests.size() << (requests.size() == 1 ? " request: " : " requests: ") << count
+                << " laid out differently, " << requests.size() - count << " alike\n";
+            break;
+        case Output::Json: {
+            Json::Value document(Json::objectValue);
+            Json::Value& list = document["profiles"] = Json::Value(Json::arrayValue);
+            for (size_t side = 0; side < 2; ++side) {
+                Json::Value& p = list.append(Json::Value(Json::objectValue));
+                p["label"] = kLabels[side];
+                p["name"] = profiles[side].name;
+                p["file"] = profiles[side].source;
+            }
+            Json::Value& all = document["differences"] = Json::Value(Json::arrayValue);
+            for (size_t i = 0; i < requests.size(); ++i) {
+                if (differing[i].empty()) continue;
+                Json::Value& entry = all.append(Json::Value(Json::objectValue));
+                entry["request"] = Json::UInt64{i + 1};
+                entry["origin"] = requests[i].origin;
+                entry["given"] = requestJson(requests[i].request);
+                Json::Value& fields = entry["fields"] = Json::Value(Json::arrayValue);
+                for (const FieldDifference& d : differing[i]) {
+                    Json::Value& f = fields.append(Json::Value(Json::objectValue));
+                    f["field"] = d.field;
+                    f["a"] = d.a;
+                    f["b"] = d.b;
+                }
+            }
+            Json::Value& totals = document["totals"];
+            totals["requests"] = Json::UInt64{requests.size()};
+            totals["differing"] = Json::UInt64{count};
+            totals["alike"] = Json::UInt64{requests.size() - count};
+            writeJsonDocument(document, out);
+            break;
+        }
+        case Output::Csv:
+            out << "request,origin,field,a,b\n";
+            for (size_t i = 0; i < requests.size(); ++i) {
+                for (const FieldDifference& d : differing[i]) {
+                    out << i + 1 << "," << csvField(requests[i].origin) << "," << csvField(d.field)
+                        << "," << csvField(d.a) << "," << csvField(d.b) << "\n";
+                }
+            }
+            break;
+    }
+    return count;
+}
 
 Totals count(const std::vector<Answer>& answers) {
     Totals t;

@@ -1,11 +1,14 @@
 // gralloc-layout's answers as text, one JSON document, or CSV.
 #pragma once
 
+#include <json/value.h>
+
 #include <ostream>
 #include <vector>
 
 #include "CommandLine.h"
 #include "LayoutSession.h"
+#include "ProfileScope.h"
 
 namespace zyncam::tools {
 
@@ -25,6 +28,16 @@ Totals count(const std::vector<Answer>& answers);
 // their reason; the text leaves them to the error stream and counts them.
 void writeReport(Output output, const std::vector<RequestSpec>& requests,
                  const std::vector<Answer>& answers, std::ostream& out);
+
+// A JSON document, indented by two spaces, with a final line break.
+void writeJsonDocument(const Json::Value& document, std::ostream& out);
+
+// What differs between answers[0] (under profiles[0], "A") and answers[1] (under "B") for each
+// request: every field of the answer except how it was reached (probe or cache, allocation
+// time, exact answer or rules). Returns how many requests are answered differently.
+size_t writeComparison(Output output, const std::vector<RequestSpec>& requests,
+                       const SimulatedProfile (&profiles)[2],
+                       const std::vector<Answer> (&answers)[2], std::ostream& out);
 
 // One value of `names`: its number, the library's name and whether the name covers it all.
 struct NameAnswer {

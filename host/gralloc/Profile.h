@@ -100,8 +100,7 @@ struct Profile {
     std::map<profile::AllocationRequest, std::shared_ptr<const profile::ExactAnswer>> exact;
 };
 
-// Plane-layout bytes an exact answer may carry; a profile with more is refused.
-inline constexpr uint32_t kExactPlaneLayoutsCapacity = 4096;
+using profile::kExactPlaneLayoutsCapacity;
 
 // The text of host/profiles/default.json, built in, and the name errors give it.
 extern const char kBuiltInProfile[];

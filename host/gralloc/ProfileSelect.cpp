@@ -102,6 +102,14 @@ std::string profileSource() {
     return currentProfile()->source;
 }
 
+bool profileIsBuiltIn() {
+    return currentProfile()->source == kBuiltInProfileSource;
+}
+
+size_t profileExactAnswerCount() {
+    return currentProfile()->exact.size();
+}
+
 std::shared_ptr<const profile::ExactAnswer> exactAnswerFor(
         const profile::AllocationRequest& request) {
     const std::shared_ptr<const Profile> p = currentProfile();

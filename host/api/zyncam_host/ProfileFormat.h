@@ -12,6 +12,9 @@
 
 namespace zyncam::profile {
 
+// Plane-layout bytes an exact answer may carry; a profile with more is refused.
+inline constexpr uint32_t kExactPlaneLayoutsCapacity = 4096;
+
 // One allocation as the allocator receives it (IAllocator::allocate2's descriptor). The helper
 // normalises a request's usage before it allocates its probe, so this is the normalised usage.
 struct AllocationRequest {

@@ -109,6 +109,9 @@ std::string builtInProfileJson();
 // The "name" of the profile in force, and the file it came from.
 std::string profileName();
 std::string profileSource();
+// Whether the profile in force is the built-in default, and how many exact answers it holds.
+bool profileIsBuiltIn();
+size_t profileExactAnswerCount();
 // Whether the buffer was laid out by an exact answer of the profile rather than by its rules.
 bool answeredFromExactTable(const native_handle_t* buffer);
 // The exact answer the profile in force holds for an allocation, or null when its rules answer.
