@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "LayoutQuery.h"
+#include "ToolRun.h"
 #include "Vocabulary.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
@@ -26,33 +27,9 @@ using zyncam::tools::kExitWarned;
 
 constexpr int kExtraAllocSize = 14;  // gralloc-extension attribute: bytes allocated
 
-struct ToolRun {
-    int code;
-    std::string out, err;
-};
-
-// Runs the tool as `gralloc-layout args...`, with `input` as its standard input.
-ToolRun run(std::vector<std::string> args, const std::string& input = "") {
-    args.insert(args.begin(), "gralloc-layout");
-    std::vector<char*> argv;
-    for (std::string& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    std::istringstream in(input);
-    std::streambuf* savedInput = std::cin.rdbuf(in.rdbuf());
-    std::ostringstream out, err;
-    const int code =
-            zyncam::tools::runLayoutQuery(static_cast<int>(args.size()), argv.data(), out, err);
-    std::cin.rdbuf(savedInput);
-    return {code, out.str(), err.str()};
-}
-
-Json::Value parseJson(const std::string& text) {
-    Json::Value root;
-    std::string errors;
-    std::istringstream in(text);
-    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &root, &errors)) << errors;
-    return root;
-}
+using tooltest::parseJson;
+using tooltest::run;
+using tooltest::ToolRun;
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> out;
@@ -376,6 +353,22 @@ TEST(LayoutToolTest, HostileInputGivesOneLineAndItsExitCode) {
             {{"-f", "-"}, kExitBadInput, "<stdin>:1: a NUL byte", std::string("1x1 NV\0", 7)},
             {{"-f", "-"}, kExitBadInput, "<stdin>:1: no request", "--\n"},
             {{"names", "format", "NV12", "-f", "-"}, kExitBadInput, "names takes no requests"},
+            // Device profiles: capture and compare.
+            {{"--capture", "", "1x1", "NV12"}, kExitBadInput, "--capture needs a file"},
+            {{"--capture", "a", "--capture=b", "1x1", "NV12"}, kExitBadInput, "given twice"},
+            {{"--capture", "a.json", "names", "format", "1"}, kExitBadInput, "captures nothing"},
+            {{"--capture", "/nonexistent/a.json", "1x1", "NV12"},
+             kExitBadInput,
+             "cannot write '/nonexistent/a.json'"},
+            {{"1x1", "NV12", "--compare", "a.json"}, kExitBadInput, "--compare needs two files"},
+            {{"--compare", "a.json", "", "1x1", "NV12"}, kExitBadInput, "needs two files"},
+            {{"--compare", "a", "b", "--profile", "c", "1x1", "NV12"},
+             kExitBadInput,
+             "--compare names its own profiles"},
+            {{"--compare", "/nonexistent/a.json", "b.json", "1x1", "NV12"},
+             kExitBadInput,
+             "/nonexistent/a.json: cannot be read"},
+            {{"--compare", "a.json", "b.json"}, kExitBadInput, "no request"},
             // Requests the library cannot answer, or would abort on.
             {{"64x48", "RGBX_8888"}, kExitNotAnswered, "query failed: -2 (NAME_NOT_FOUND): "},
             {{"64x48", "YCrCb_420_SP", "--usage", "PROTECTED"}, kExitNotAnswered, "refused"},
@@ -426,17 +419,6 @@ TEST(LayoutToolTest, HostileInputGivesOneLineAndItsExitCode) {
 
 }  // namespace
 
-namespace {
-
-// What a run answers, less what differs from run to run (the probe's time).
-Json::Value layoutsOf(const ToolRun& r) {
-    Json::Value answers = parseJson(r.out)["answers"];
-    for (Json::Value& answer : answers) answer.removeMember("allocationTimeNs");
-    return answers;
-}
-
-}  // namespace
-
 TEST(LayoutToolProfileTest, RunsFollowTheProfileAndPutTheOneBeforeBack) {
     testkit::SimFaults faults;
     const std::vector<std::string> requests = {
@@ -459,8 +441,8 @@ TEST(LayoutToolProfileTest, RunsFollowTheProfileAndPutTheOneBeforeBack) {
         plain.insert(plain.end(), requests.begin(), requests.end());
         const ToolRun reference = run(plain);
         ASSERT_EQ(reference.code, kExitOk) << reference.err;
-        EXPECT_EQ(layoutsOf(chosen), layoutsOf(reference));
-        answersPerProfile.push_back(layoutsOf(chosen));
+        EXPECT_EQ(tooltest::layoutsOf(chosen), tooltest::layoutsOf(reference));
+        answersPerProfile.push_back(tooltest::layoutsOf(chosen));
     }
     // The profiles align rows differently, so the choice shows in the answers.
     EXPECT_NE(answersPerProfile[0], answersPerProfile[1]);
