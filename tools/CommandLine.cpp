@@ -427,7 +427,8 @@ void writeHelp(std::ostream& out) {
            "     or the allocator service or the mapper library missing\n"
         << "  " << kExitBadInput << "  malformed command line or request file\n"
         << "  " << kExitUnnamed << "  names: the library has no name for the value\n"
-        << "  " << kExitWarned << "  --strict: the library warned while deriving a layout\n";
+        << "  " << kExitWarned << "  --strict: the library warned while deriving a layout\n"
+        << "  " << kExitDiffer << "  --compare: the two profiles lay out a request differently\n";
 }
 
 }  // namespace zyncam::tools
