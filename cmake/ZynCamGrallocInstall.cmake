@@ -23,6 +23,14 @@ set_target_properties(gralloc-layout PROPERTIES INSTALL_RPATH "$ORIGIN/${_zyncam
 set_target_properties(zyncam_grallocutils_aidlv2helper zyncam_host_platform zyncam_simgralloc
   PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(mapper_zyncamsim PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+# Where this tree is laid out as an installation is (bin/, lib/, lib/hw/), the installed targets
+# are built with their install RUNPATH. Otherwise CMake pads the build RUNPATH with empty entries
+# so that install can rewrite it in place, and an empty entry makes the loader search the
+# current folder for every library.
+if(CMAKE_INSTALL_BINDIR STREQUAL "bin" AND CMAKE_INSTALL_LIBDIR STREQUAL "lib")
+  set_target_properties(gralloc-layout zyncam_grallocutils_aidlv2helper zyncam_host_platform
+    zyncam_simgralloc mapper_zyncamsim PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+endif()
 
 install(TARGETS zyncam_grallocutils_aidlv2helper zyncam_host_platform zyncam_simgralloc
     zyncam_host_api

@@ -19,6 +19,7 @@
 #include <zyncam_host/SimGralloc.h>
 
 #include "GrallocHelperInternal.h"
+#include "Profile.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
 #include "mapper/MapperMetadata.h"
@@ -343,6 +344,21 @@ TEST(ProfileLoadTest, TheEnvironmentChoosesTheStartUpProfile) {
     EXPECT_EQ(zyncam::sim::profileName(), "default");
     EXPECT_EQ(zyncam::sim::profileSource(), "default.json (built in)");
     EXPECT_EQ(zyncam::sim::builtInProfileJson(), readFile(kProfiles + "/default.json"));
+}
+
+// The simulator starts from rules generated at build time; they are the built-in text's.
+TEST(ProfileLoadTest, TheGeneratedBuiltInRulesAreTheParsedOnes) {
+    std::string error;
+    const auto parsed = zyncam::sim::parseProfile(zyncam::sim::kBuiltInProfile,
+                                                  zyncam::sim::kBuiltInProfileSource, &error);
+    ASSERT_NE(parsed, nullptr) << error;
+    const zyncam::sim::Profile generated = zyncam::sim::builtInProfileRules();
+    EXPECT_EQ(generated.formats, parsed->formats);
+    EXPECT_EQ(generated.resolve, parsed->resolve);
+    EXPECT_EQ(generated.unsupported, parsed->unsupported);
+    EXPECT_EQ(generated.afbc, parsed->afbc);
+    EXPECT_EQ(generated.slowMotion, parsed->slowMotion);
+    EXPECT_TRUE(generated == *parsed);
 }
 
 TEST(ProfileLoadDeathTest, ABadStartUpProfileEndsTheProcess) {

@@ -18,6 +18,8 @@ struct ComponentRule {
     int64_t type = 0;  // PlaneLayoutComponentType
     int64_t offsetInBits = 0;
     int64_t sizeInBits = 0;
+
+    bool operator==(const ComponentRule&) const = default;
 };
 
 struct PlaneRule {
@@ -25,6 +27,8 @@ struct PlaneRule {
     int64_t sampleIncrementInBits = 0;
     int64_t horizontalSubsampling = 1;
     int64_t verticalSubsampling = 1;
+
+    bool operator==(const PlaneRule&) const = default;
 };
 
 // How one concrete format is laid out. Plane 0's row holds stride x bitsPerPixel bits, rounded
@@ -38,6 +42,8 @@ struct FormatRule {
     int64_t strideAlignBytes = 1;   // for strides in bytes
     int64_t rowAlign = 1;
     std::vector<PlaneRule> planes;
+
+    bool operator==(const FormatRule&) const = default;
 };
 
 struct UsageMatch {
@@ -46,6 +52,7 @@ struct UsageMatch {
     bool matches(uint64_t usage) const {
         return (any == 0 || (usage & any) != 0) && (usage & all) == all;
     }
+    bool operator==(const UsageMatch&) const = default;
 };
 
 // A requested format that the allocator turns into another one, by usage. The first match wins.
@@ -55,12 +62,16 @@ struct ResolveRule {
     int32_t to = 0;
     int32_t frames = 1;  // slow-motion frames one buffer carries
     bool afbc = false;
+
+    bool operator==(const ResolveRule&) const = default;
 };
 
 // Requests the allocator refuses (UNSUPPORTED).
 struct UnsupportedRule {
     std::optional<int32_t> format;  // the requested format; any when empty
     UsageMatch usage;
+
+    bool operator==(const UnsupportedRule&) const = default;
 };
 
 // Compression: one plane of 16-byte-headed superblocks covering the frame.
@@ -71,6 +82,8 @@ struct AfbcRule {
     int64_t blockWidth = 1;
     int64_t blockHeight = 1;
     int64_t headerBytesPerBlock = 0;
+
+    bool operator==(const AfbcRule&) const = default;
 };
 
 // Slow-motion buffers: those carrying several frames, and those of `formats` asked for with a
@@ -79,12 +92,16 @@ struct SlowMotionRule {
     uint64_t usage = 0;
     std::vector<int32_t> formats;
     int64_t rowAlign = 1;
+
+    bool operator==(const SlowMotionRule&) const = default;
 };
 
 struct Limits {
     int64_t maxWidth = 0;
     int64_t maxHeight = 0;
     uint64_t maxAllocationSize = 0;  // bytes of one buffer, every frame and layer included
+
+    bool operator==(const Limits&) const = default;
 };
 
 struct Profile {
@@ -98,6 +115,9 @@ struct Profile {
     std::optional<AfbcRule> afbc;
     std::optional<SlowMotionRule> slowMotion;
     std::map<profile::AllocationRequest, std::shared_ptr<const profile::ExactAnswer>> exact;
+
+    // Exact answers compare by identity.
+    bool operator==(const Profile&) const = default;
 };
 
 using profile::kExactPlaneLayoutsCapacity;
@@ -105,6 +125,10 @@ using profile::kExactPlaneLayoutsCapacity;
 // The text of host/profiles/default.json, built in, and the name errors give it.
 extern const char kBuiltInProfile[];
 extern const char kBuiltInProfileSource[];
+
+// The built-in profile's rules as parsing kBuiltInProfile gives them, generated as code at build
+// time so that the simulator starts without parsing JSON.
+Profile builtInProfileRules();
 
 // Parses and checks a whole profile. Null on failure, with "source: field: reason" in `error`.
 std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::string& source,

@@ -4,6 +4,7 @@
 #include <json/reader.h>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <limits>
 #include <numeric>
@@ -71,13 +72,13 @@ public:
     const std::string& error() const { return r.error(); }
 
 private:
-    std::optional<Json::Value> required(const Json::Value& object, const std::string& path,
-                                        const char* name) {
-        if (!object.isMember(name)) {
-            r.fail(member(path, name), "missing");
-            return std::nullopt;
-        }
-        return object[name];
+    // The member itself, not a copy: profiles are read member by member.
+    const Json::Value* required(const Json::Value& object, const std::string& path,
+                                const char* name) {
+        const Json::Value* value =
+                object.isObject() ? object.find(name, name + strlen(name)) : nullptr;
+        if (value == nullptr) r.fail(member(path, name), "missing");
+        return value;
     }
 
     // An integer member; `fallback` when absent, or a failure when there is none.

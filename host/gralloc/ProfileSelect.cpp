@@ -40,7 +40,7 @@ std::shared_ptr<const Profile> startupProfile() {
     if (path != nullptr && *path != '\0') {
         p = readProfileFile(path, &error);
     } else {
-        p = parseProfile(kBuiltInProfile, kBuiltInProfileSource, &error);
+        p = std::make_shared<const Profile>(builtInProfileRules());
     }
     if (p == nullptr) {
         fprintf(stderr, "simulated gralloc: %s\n", error.c_str());
