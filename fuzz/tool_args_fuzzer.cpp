@@ -2,6 +2,9 @@
 // with the answer on its output or the reason on its error stream.
 //
 // Input: the arguments after the program name, separated by NUL bytes.
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -25,6 +28,7 @@ bool documented(int code) {
         case kExitBadInput:
         case kExitUnnamed:
         case kExitWarned:
+        case kExitDiffer:
             return true;
         default:
             return false;
@@ -37,7 +41,21 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     zyncam::fuzz::openLogGatesQuietly();
     // "-f -" reads requests from standard input: give it an empty one rather than the terminal.
     if (std::freopen("/dev/null", "r", stdin) == nullptr) zyncam::fuzz::fail("no /dev/null");
+    // --capture writes its file: into a scratch folder of the fuzzer's own.
+    char folder[] = "/tmp/tool_args_fuzzer.XXXXXX";
+    if (mkdtemp(folder) == nullptr || chdir(folder) != 0) zyncam::fuzz::fail("no scratch folder");
     return 0;
+}
+
+// Whether the arguments could name a capture file outside the scratch folder: "--ca" is the
+// shortest abbreviation of --capture that getopt_long takes.
+bool capturesElsewhere(const std::vector<std::string>& arguments) {
+    bool capture = false, path = false;
+    for (const std::string& a : arguments) {
+        capture = capture || a.rfind("--ca", 0) == 0;
+        path = path || a.find('/') != std::string::npos || a.rfind("..", 0) == 0;
+    }
+    return capture && path;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -50,6 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         arguments.push_back(text.substr(start, end - start));
         start = end + 1;
     }
+    if (capturesElsewhere(arguments)) return -1;
     std::vector<char*> argv;
     for (auto& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);
