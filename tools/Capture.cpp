@@ -71,7 +71,7 @@ template <typename T>
 bool query(const native_handle* buffer, GRALLOC_EXTRA_ATTRIBUTE_QUERY attribute, T* out,
            std::string* why) {
     const int error = gralloc_extra_query(buffer, attribute, out);
-    if (error != 0 && why->empty()) {
+    if (error != 0) {
         *why = "the gralloc extension did not report attribute " + std::to_string(attribute) +
                " (" + std::to_string(error) + ")";
     }
@@ -129,18 +129,17 @@ std::optional<profile::ExactAnswer> Capture::probe(const profile::AllocationRequ
         *why = "the allocator refused it";
         return std::nullopt;
     }
-    why->clear();
     GrallocExtraSfInfo sfInfo{};
-    const bool read = query(buffer, GRALLOC_EXTRA_GET_FORMAT, &a.format, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_WIDTH, &a.width, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_HEIGHT, &a.height, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_STRIDE, &a.stride, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_VERTICAL_STRIDE, &a.verticalStride, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_ALLOC_SIZE, &a.allocSize, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_USAGE, &a.usage, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_ID, &a.id, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_CONSUMER_USAGE, &a.consumerUsage, why) &
-                      query(buffer, GRALLOC_EXTRA_GET_PRODUCER_USAGE, &a.producerUsage, why) &
+    const bool read = query(buffer, GRALLOC_EXTRA_GET_FORMAT, &a.format, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_WIDTH, &a.width, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_HEIGHT, &a.height, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_STRIDE, &a.stride, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_VERTICAL_STRIDE, &a.verticalStride, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_ALLOC_SIZE, &a.allocSize, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_USAGE, &a.usage, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_ID, &a.id, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_CONSUMER_USAGE, &a.consumerUsage, why) &&
+                      query(buffer, GRALLOC_EXTRA_GET_PRODUCER_USAGE, &a.producerUsage, why) &&
                       query(buffer, GRALLOC_EXTRA_GET_SF_INFO, &sfInfo, why);
     a.sfStatus = sfInfo.status;
     if (read) {
