@@ -5,7 +5,8 @@
 #   2. a probe of the declarations the library relies on compiles against the real headers and
 #      against the stand-ins alone, so a stand-in whose signature, linkage or layout drifts from
 #      the platform fails here, not in a device build;
-#   3. each public header compiles alone with only what the library exports on a device.
+#   3. each public header compiles alone with only what the library exports on a device;
+#   4. gralloc-layout's device sources compile with the real headers in front of the stand-ins.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -39,6 +40,10 @@ ln -s "$real/cutils/native_handle.h" "$exported/cutils/native_handle.h"
 library_includes=(-Iinclude -Iutils/gralloc/aidl/v2 -Iutils/gralloc/aidl/v2/logging -Icamera/include)
 mapfile -t sources < <(find utils -name '*.cpp' | sort)
 mapfile -t public_headers < <(find include -name '*.h' | sort)
+# gralloc-layout as the device builds it: the tool's portable sources, its device profile scope
+# and the exact-answer records a capture writes (jsoncpp from the host).
+tool_sources=(tools/*.cpp tools/device/ProfileScope.cpp host/gralloc/ProfileFormat.cpp)
+tool_includes=(-Iinclude -Icamera/include -Itools -Ihost/api -I/usr/include/jsoncpp)
 
 failed=0
 run() {
@@ -54,6 +59,11 @@ for arch in -m64 -m32; do
         run "$cxx" "${flags[@]}" "$arch" -I"$work/overlay" -I"$real" -Ihost/include \
             "${library_includes[@]}" "$source"
     done
+    echo "== $arch: gralloc-layout's device sources, real headers in front of the stand-ins"
+    for source in "${tool_sources[@]}"; do
+        run "$cxx" "${flags[@]}" "$arch" -I"$work/overlay" -I"$real" -Ihost/include \
+            "${tool_includes[@]}" "$source"
+    done
     echo "== $arch: declarations the library relies on, real headers and stand-ins"
     run "$cxx" "${flags[@]}" "$arch" -I"$work/overlay" -I"$real" .ci/real-headers/conformance.cpp
     run "$cxx" "${flags[@]}" "$arch" -Ihost/include .ci/real-headers/conformance.cpp
@@ -67,4 +77,5 @@ if ((failed)); then
     echo "real-header check failed" >&2
     exit 1
 fi
-echo "real-header check passed (${#sources[@]} sources, ${#public_headers[@]} public headers)"
+echo "real-header check passed (${#sources[@]} library and ${#tool_sources[@]} tool sources," \
+    "${#public_headers[@]} public headers)"
