@@ -58,7 +58,7 @@ constexpr OptionInfo kOptions[] = {
         {"profile", required_argument, kOptProfile, Scope::Run, "FILE",
          "workstation: the simulated allocator follows the device profile FILE (JSON)"},
         {"capture", required_argument, kOptCapture, Scope::Run, "OUT",
-         "also record what the allocator answered for each request in OUT, a device profile"},
+         "also write what the allocator answered to OUT, as a device profile"},
         {"compare", required_argument, kOptCompare, Scope::Run, "A B",
          "workstation: answer the requests under profiles A and B and list what differs"},
         {"json", no_argument, kOptJson, Scope::Run, nullptr,
