@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -42,8 +44,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     // "-f -" reads requests from standard input: give it an empty one rather than the terminal.
     if (std::freopen("/dev/null", "r", stdin) == nullptr) zyncam::fuzz::fail("no /dev/null");
     // --capture writes its file: into a scratch folder of the fuzzer's own.
-    char folder[] = "/tmp/tool_args_fuzzer.XXXXXX";
+    static char folder[] = "/tmp/tool_args_fuzzer.XXXXXX";
     if (mkdtemp(folder) == nullptr || chdir(folder) != 0) zyncam::fuzz::fail("no scratch folder");
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    });
     return 0;
 }
 
