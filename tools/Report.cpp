@@ -253,7 +253,7 @@ void flatten(const Json::Value& v, const std::string& path,
             const Json::Value& value = v[key];
             if (endsWith(key, "format") && value.isInt()) {
                 (*out)[child] = formatText(value.asInt());
-            } else if (endsWith(key, "sage") && value.isUInt()) {
+            } else if ((key == "usage" || endsWith(key, "Usage")) && value.isUInt()) {
                 (*out)[child] = usageText(value.asUInt());
             } else {
                 flatten(value, child, out);

@@ -45,12 +45,8 @@ std::string unsignedNumber(uint64_t v) {
     return "UINT64_C(" + std::to_string(v) + ")";
 }
 
-std::string formatList(const std::vector<int32_t>& formats) {
-    std::string out = "{";
-    for (size_t i = 0; i < formats.size(); ++i) {
-        out += (i == 0 ? "" : ", ") + std::to_string(formats[i]);
-    }
-    return out + "}";
+std::string formatNumber(const int32_t& format) {
+    return std::to_string(format);
 }
 
 std::string usageMatch(const UsageMatch& u) {
@@ -114,7 +110,7 @@ std::string generate(const Profile& p) {
     if (p.afbc) {
         const AfbcRule& a = *p.afbc;
         out << "    p.afbc = AfbcRule{.usage = " << unsignedNumber(a.usage)
-            << ", .formats = " << formatList(a.formats)
+            << ", .formats = " << list(a.formats, formatNumber)
             << ", .strideAlignPixels = " << number(a.strideAlignPixels)
             << ", .blockWidth = " << number(a.blockWidth)
             << ", .blockHeight = " << number(a.blockHeight)
@@ -123,8 +119,8 @@ std::string generate(const Profile& p) {
     if (p.slowMotion) {
         const SlowMotionRule& s = *p.slowMotion;
         out << "    p.slowMotion = SlowMotionRule{.usage = " << unsignedNumber(s.usage)
-            << ", .formats = " << formatList(s.formats) << ", .rowAlign = " << number(s.rowAlign)
-            << "};\n";
+            << ", .formats = " << list(s.formats, formatNumber)
+            << ", .rowAlign = " << number(s.rowAlign) << "};\n";
     }
     out << "    return p;\n}\n\n}  // namespace zyncam::sim\n";
     return out.str();
