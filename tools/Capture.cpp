@@ -1,6 +1,7 @@
 #include "Capture.h"
 
 #include <GrallocAllocatorAidlV2.h>
+#include <GrallocFormats.h>
 #include <GrallocHelper.h>
 #include <GrallocMapperAidlV2.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
@@ -37,7 +38,6 @@ constexpr uint64_t kReservedSize = 0;
 constexpr const char* kBufferName = "gralloc-layout-capture";
 constexpr uint64_t kLockUsage = static_cast<uint64_t>(BufferUsage::CPU_READ_OFTEN);
 constexpr uint64_t kUsageProtected = static_cast<uint64_t>(BufferUsage::PROTECTED);
-constexpr int32_t kFormatNv12 = 0x1000;  // vendor
 constexpr int kNoFence = -1;
 constexpr int kWaitForever = -1;
 
@@ -49,15 +49,8 @@ constexpr const char* kIdentityProperties[] = {
 
 // The 8-bit YCbCr formats whose planes a YCbCr lock describes.
 bool lockableAsYCbCr(int32_t format) {
-    switch (static_cast<PixelFormat>(format)) {
-        case PixelFormat::YCRCB_420_SP:
-        case PixelFormat::YCBCR_420_888:
-        case PixelFormat::YCBCR_422_SP:
-        case PixelFormat::YV12:
-            return true;
-        default:
-            return format == kFormatNv12;
-    }
+    const zcam::PixelFormatInfo* info = zcam::findPixelFormat(format);
+    return info != nullptr && info->lock != zcam::PlaneLock::kNone;
 }
 
 // `to` - `from` in bytes, without forming a pointer difference across objects.
