@@ -32,6 +32,8 @@ enum OptionId : int {
     kOptProfile,
     kOptCapture,
     kOptCompare,
+    kOptBuffers,
+    kOptSvg,
 };
 
 // Run options shape the whole run; request options apply to the request just before them.
@@ -54,6 +56,8 @@ constexpr OptionInfo kOptions[] = {
          "usage bits of the request: names or numbers joined by '|' (default 0)"},
         {"batch", required_argument, kOptBatch, Scope::Request, "N",
          "slow-motion frames per buffer the request asks for, 0..", kMaxBatchCount, " (default 0)"},
+        {"buffers", required_argument, kOptBuffers, Scope::Request, "N",
+         "buffers the stream keeps, for its memory: 1..", kMaxBuffers, " (default 1)"},
         {"refresh", no_argument, kOptRefresh, Scope::Request, nullptr,
          "probe the request again even when its layout is cached"},
         {"file", required_argument, kOptFile, Scope::Run, "FILE",
@@ -64,6 +68,8 @@ constexpr OptionInfo kOptions[] = {
          "also write what the allocator answered to OUT, as a device profile"},
         {"compare", required_argument, kOptCompare, Scope::Run, "A B",
          "workstation: answer the requests under profiles A and B and list what differs"},
+        {"svg", required_argument, kOptSvg, Scope::Run, "FILE",
+         "also draw every request's buffer into FILE (SVG); with --compare, side by side"},
         {"json", no_argument, kOptJson, Scope::Run, nullptr,
          "print one JSON document: requests, answers, totals"},
         {"csv", no_argument, kOptCsv, Scope::Run, nullptr, "print CSV, one row per plane"},
@@ -245,6 +251,11 @@ private:
                 mSettings.compare.emplace_back(value);
                 mAwaitingSecondProfile = true;
                 return std::nullopt;
+            case kOptSvg:
+                if (!mSettings.svg.empty()) return std::string("--svg is given twice");
+                if (*value == '\0') return std::string("--svg needs a file");
+                mSettings.svg = value;
+                return std::nullopt;
             case kOptStrict:
                 mSettings.strict = true;
                 return std::nullopt;
@@ -278,6 +289,15 @@ private:
                            ")";
                 }
                 request.batchNum = static_cast<int32_t>(*batch);
+                return std::nullopt;
+            }
+            case kOptBuffers: {
+                const auto buffers = parseNumber(value);
+                if (!buffers || *buffers == 0 || *buffers > kMaxBuffers) {
+                    return "bad buffer count " + quoted(value) + " (1.." +
+                           std::to_string(kMaxBuffers) + ")";
+                }
+                mCurrent->buffers = *buffers;
                 return std::nullopt;
             }
             case kOptRefresh:
@@ -374,6 +394,7 @@ Error parseCommandLine(int argc, char** argv, std::istream& input, Settings& set
         return std::string("--compare names its own profiles: no --profile, --capture or names");
     }
     if (names && !settings.capture.empty()) return std::string("names captures nothing");
+    if (names && !settings.svg.empty()) return std::string("names draws nothing");
     return std::nullopt;
 }
 
@@ -382,6 +403,7 @@ void writeHelp(std::ostream& out) {
            "       gralloc-layout [OPTIONS] -f FILE\n"
            "       gralloc-layout --capture OUT.json [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout --compare A.json B.json [OPTIONS] REQUESTS | -f FILE\n"
+           "       gralloc-layout --svg OUT.svg [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout names format|usage|dataspace VALUE\n"
            "\n"
            "Asks the gralloc helper what layout a buffer of each request gets: the usage it is\n"
@@ -392,7 +414,9 @@ void writeHelp(std::ostream& out) {
            "gralloc-extension attribute the helper reads, the plane layouts, the YCbCr lock's\n"
            "offsets) as the exact answers of a device profile, which --profile replays on a\n"
            "workstation. --compare lists the requests on which two profiles lay out\n"
-           "differently, field by field.\n"
+           "differently, field by field. Each answer also says what the stream's buffers cost:\n"
+           "bytes per buffer and per stream, and the padding (bytes beyond the visible image);\n"
+           "the run ends with the session's totals and largest consumers.\n"
            "\n"
            "Request options (after the request they change):\n";
     auto list = [&](Scope scope) {
