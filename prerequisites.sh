@@ -11,8 +11,8 @@ set -euo pipefail
 
 declare -A group_packages=(
     # configure, build and run gralloc-layout: the simulator reads device profiles with jsoncpp,
-    # the tool writes JSON with it
-    [tool]="cmake ninja-build g++ pkg-config libjsoncpp-dev"
+    # the tool writes JSON with it; the simulated mapper takes DRM fourccs from libdrm's header
+    [tool]="cmake ninja-build g++ pkg-config libjsoncpp-dev libdrm-dev"
     # the GoogleTest suites and the python3 checks among them
     [tests]="libgtest-dev libgmock-dev python3"
     # the benchmarks (the default preset builds them) and the start-up comparison
