@@ -202,6 +202,9 @@ std::vector<TypeCase> typeCases() {
             settable<T::BLEND_MODE>(common::BlendMode::INVALID, common::BlendMode::PREMULTIPLIED),
             settable<T::SMPTE2086>(std::nullopt, smpte),
             settable<T::CTA861_3>(std::nullopt, common::Cta861_3{1000.0f, 400.0f}),
+            // Not required of a mapper; this one keeps them for the helper's HDR calls.
+            settable<T::SMPTE2094_40>(std::nullopt, std::vector<uint8_t>{0x01, 0x02, 0x03}),
+            settable<T::SMPTE2094_10>(std::nullopt, std::vector<uint8_t>{0xde, 0xad}),
             {T::STRIDE,
              [](const NamedBuffer& b) { EXPECT_EQ(b.value<T::STRIDE>(), b.stride()); },
              {},
