@@ -69,7 +69,13 @@ AIMapper* simMapper() {
 class NamedBuffer {
 public:
     NamedBuffer(const std::string& name, int32_t width, int32_t height, int32_t format,
-                uint64_t usage) {
+                uint64_t usage)
+        : NamedBuffer(describe(name, width, height, format, usage)) {}
+    explicit NamedBuffer(const BufferDescriptorInfo& info) {
+        EXPECT_EQ(testkit::allocator().allocate(info, 1, &mStride, &mHandle), AIMAPPER_ERROR_NONE);
+    }
+    static BufferDescriptorInfo describe(const std::string& name, int32_t width, int32_t height,
+                                         int32_t format, uint64_t usage) {
         BufferDescriptorInfo info;
         std::copy_n(name.begin(), std::min(name.size(), info.name.size() - 1), info.name.begin());
         info.width = width;
@@ -77,7 +83,7 @@ public:
         info.layerCount = 1;
         info.format = static_cast<PixelFormat>(format);
         info.usage = static_cast<BufferUsage>(usage);
-        EXPECT_EQ(testkit::allocator().allocate(info, 1, &mStride, &mHandle), AIMAPPER_ERROR_NONE);
+        return info;
     }
     ~NamedBuffer() {
         if (mHandle != nullptr) testkit::allocator().free(mHandle);
@@ -235,6 +241,14 @@ TEST(StandardMetadataTest, EachTypeAnswersAsThePlatformRequires) {
             }
         }
     }
+}
+
+TEST(StandardMetadataTest, ANameWithoutItsEndIsCutBeforeTheLastByte) {
+    BufferDescriptorInfo info = NamedBuffer::describe(
+            "", kWidth, kHeight, static_cast<int32_t>(PixelFormat::RGBA_8888), kCpuUsage);
+    info.name.fill('n');
+    NamedBuffer buffer(info);
+    EXPECT_EQ(buffer.value<StandardMetadataType::NAME>(), std::string(info.name.size() - 1, 'n'));
 }
 
 TEST(StandardMetadataTest, UnsetHdrMetadataCanBeSetAndClearedAgain) {
