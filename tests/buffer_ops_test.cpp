@@ -59,11 +59,19 @@ TEST_F(BufferOpsTest, QueryOfABufferUsesTheSharedCache) {
     NSCam::GrallocDynamicInfo dynamic;
     ASSERT_EQ(mHelper.query(first.get(), &info, &dynamic), android::NO_ERROR);
     EXPECT_EQ(log.count("[query] Not found: 640x480 YCrCb_420_SP"), 1u);
+    // The derived layout is cached under the buffer's format and size, with usage 0.
+    const zcam::IGrallocLayoutCache& cache = mHelper;
+    const std::vector<zcam::GrallocCachedLayout> entries = cache.cachedLayouts();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].key.format, kNV21);
+    EXPECT_EQ(entries[0].key.usage, 0);
+    EXPECT_EQ(entries[0].key.widthInPixels, 640);
+    EXPECT_EQ(entries[0].key.heightInPixels, 480);
     const auto locks = counters().locks;
     ASSERT_EQ(mHelper.query(second.get(), &info, &dynamic), android::NO_ERROR);
-    EXPECT_EQ(log.count("Not found"), 1u);  // the second buffer hits the cache
-    EXPECT_EQ(counters().locks, locks);     // and is not derived again
-    ASSERT_EQ(dynamic.ionFds.size(), 2u);   // appended, never cleared
+    EXPECT_EQ(cache.cachedLayoutCount(), 1u);  // the second buffer hits that entry
+    EXPECT_EQ(counters().locks, locks);        // and is not derived again
+    ASSERT_EQ(dynamic.ionFds.size(), 2u);      // appended, never cleared
     int fd = -1;
     gralloc_extra_query(second.get(), GRALLOC_EXTRA_GET_ION_FD, &fd);
     EXPECT_EQ(dynamic.ionFds[1], fd);

@@ -38,9 +38,24 @@ const std::string kProfiles = ZYNCAM_PROFILES_DIR;
 const std::vector<std::string> kShipped = {"default", "soc-a64", "soc-b128"};
 
 constexpr int kAndroidLogWarn = 5;
-constexpr uint64_t kUsageProtected = 0x4000;
-constexpr int32_t kNv12 = 0x1000;
-constexpr int32_t kRgbx8888 = 0x2, kYCbCr422Sp = 0x10;  // the helper cannot derive them
+constexpr int32_t fmt(common::PixelFormat format) {
+    return static_cast<int32_t>(format);
+}
+constexpr uint64_t bits(common::BufferUsage usage) {
+    return static_cast<uint64_t>(usage);
+}
+constexpr uint64_t kUsageProtected = bits(common::BufferUsage::PROTECTED);
+constexpr uint64_t kCpuReadOften = bits(common::BufferUsage::CPU_READ_OFTEN);
+constexpr uint64_t kGpuTexture = bits(common::BufferUsage::GPU_TEXTURE);
+constexpr int32_t kNv12 = zcam::kPixelFormatNV12;
+constexpr int32_t kNV21 = fmt(common::PixelFormat::YCRCB_420_SP);
+constexpr int32_t kRaw10 = fmt(common::PixelFormat::RAW10);
+constexpr int32_t kOpaque = fmt(common::PixelFormat::IMPLEMENTATION_DEFINED);
+constexpr int32_t kY8 = fmt(common::PixelFormat::Y8);
+constexpr int32_t kY16 = fmt(common::PixelFormat::Y16);
+// The helper cannot derive them.
+constexpr int32_t kRgbx8888 = fmt(common::PixelFormat::RGBX_8888);
+constexpr int32_t kYCbCr422Sp = fmt(common::PixelFormat::YCBCR_422_SP);
 constexpr int kFullHd = 1920 * 1080;
 
 // Slow-motion batch formats: YCrCb_420_SP frames, and AFBC NV12 frames.
@@ -248,7 +263,7 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
     EXPECT_EQ(error, "/nonexistent/soc.json: cannot be read");
     EXPECT_EQ(zyncam::sim::profileSource(), before);
     // The simulator still allocates with the profile in force.
-    testkit::Buffer buffer(640, 480, 0x11, 0x3);
+    testkit::Buffer buffer(640, 480, kNV21, kCpuReadOften);
     EXPECT_NE(buffer.get(), nullptr);
 }
 
@@ -259,19 +274,19 @@ TEST(ProfileLoadTest, ScopedProfileRestoresThePreviousOne) {
         testkit::ScopedProfile a64(kProfiles + "/soc-a64.json");
         EXPECT_EQ(zyncam::sim::profileName(), "soc-a64");
         EXPECT_EQ(zyncam::sim::profileSource(), kProfiles + "/soc-a64.json");
-        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 128);  // Y8 aligned to 64 bytes
         {
             testkit::ScopedProfile b128(kProfiles + "/soc-b128.json");
-            ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+            ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
             EXPECT_EQ(stride, 128);
-            ASSERT_EQ(allocate2(200, 100, 0x20203859, 0x3, 1, &stride), 0);
+            ASSERT_EQ(allocate2(200, 100, kY8, kCpuReadOften, 1, &stride), 0);
             EXPECT_EQ(stride, 256);
         }
         EXPECT_EQ(zyncam::sim::profileName(), "soc-a64");
     }
     EXPECT_EQ(zyncam::sim::profileName(), "default");
-    ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+    ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
     EXPECT_EQ(stride, 112);  // 16-pixel alignment
 }
 
@@ -289,7 +304,7 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
         EXPECT_EQ(zyncam::sim::profileName(), "capture");
         ASSERT_EQ(allocate2(64, 64, 0x1, 0x3, 1, &stride), 0);
         EXPECT_EQ(stride, 80);
-        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 112);  // the built-in rules
     }
 
@@ -305,9 +320,9 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     {
         testkit::ScopedProfile profile(write(child), dir + "/child.json");
         EXPECT_EQ(zyncam::sim::profileName(), "soc-a64");
-        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 256);
-        ASSERT_EQ(allocate2(100, 100, 0x20363159, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY16, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 128);  // Y16 as soc-a64 lays it out
     }
 
@@ -447,20 +462,20 @@ TEST(ShippedProfileTest, ProfilesDifferInAlignmentResolutionAndRefusals) {
         int32_t rawForGpu;      // RAW10 with GPU_TEXTURE
     };
     const std::pair<std::string, Expected> cases[] = {
-            {"default", {1080, 5008, 0x32315659, 0}},
-            {"soc-a64", {1088, 5056, 0x11, 0}},
+            {"default", {1080, 5008, fmt(common::PixelFormat::YV12), 0}},
+            {"soc-a64", {1088, 5056, kNV21, 0}},
             {"soc-b128", {1088, 5120, kNv12, static_cast<int32_t>(AllocationError::UNSUPPORTED)}},
     };
     for (const auto& [name, e] : cases) {
         SCOPED_TRACE(name);
         testkit::ScopedProfile profile(kProfiles + "/" + name + ".json");
-        testkit::Buffer nv21(1920, 1080, 0x11, 0x3);
+        testkit::Buffer nv21(1920, 1080, kNV21, kCpuReadOften);
         EXPECT_EQ(observe(nv21.get()).verticalStride, e.nv21Rows);
-        testkit::Buffer raw(4000, 3000, 0x25, 0x3);
+        testkit::Buffer raw(4000, 3000, kRaw10, kCpuReadOften);
         EXPECT_EQ(observe(raw.get()).stride, e.rawStride);
-        testkit::Buffer preview(1920, 1080, 0x22, 0x100);
+        testkit::Buffer preview(1920, 1080, kOpaque, kGpuTexture);
         EXPECT_EQ(observe(preview.get()).format, e.previewFormat);
-        EXPECT_EQ(allocate2(4000, 3000, 0x25, 0x100), e.rawForGpu);
+        EXPECT_EQ(allocate2(4000, 3000, kRaw10, kGpuTexture), e.rawForGpu);
     }
 }
 
