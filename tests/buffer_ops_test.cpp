@@ -27,7 +27,7 @@ using testkit::PixelFormat;
 
 constexpr int32_t kNV21 = fmt(PixelFormat::YCRCB_420_SP);
 // The vendor status word: dirty-by-camera bits and the colour space in the top three bits.
-constexpr uint32_t kDirtyCamera = 0xC03;
+constexpr uint32_t kDirtyCamera = zcam::kGrallocStatusDirtyCamera;
 constexpr uint32_t kColorSpaceMask = 0xE0000000;
 constexpr uint32_t kBt601Limited = 0x20000000, kBt601Full = 0x40000000, kBt709Limited = 0x60000000,
                    kBt709Full = 0x80000000, kBt2020Limited = 0xA0000000, kBt2020Full = 0xC0000000;
@@ -275,9 +275,16 @@ TEST_F(BufferOpsTest, StatusAndStartOfFrame) {
     const auto performs = counters().extraPerforms;
     EXPECT_EQ(mHelper.setBufferSOF(buffer.get(), 123456789UL), 0);
     EXPECT_EQ(counters().extraPerforms, performs + 1);
+    // A null handle, or one the extension does not know, is refused with a negative result.
     native_handle_t* bogus = native_handle_create(0, 0);
-    EXPECT_NE(mHelper.setBufferSOF(bogus, 1), 0);
-    EXPECT_NE(mHelper.setDirtyCamera(bogus), 0);
+    const buffer_handle_t handles[] = {nullptr, bogus};
+    for (buffer_handle_t handle : handles) {
+        SCOPED_TRACE(handle == nullptr ? "null handle" : "unknown handle");
+        EXPECT_LT(mHelper.setBufferStatus(handle, 0x3, 0x1), 0);
+        EXPECT_LT(mHelper.setDirtyCamera(handle), 0);
+        EXPECT_LT(mHelper.setColorspace(handle, dataspace(Dataspace::BT709)), 0);
+        EXPECT_LT(mHelper.setBufferSOF(handle, 1), 0);
+    }
     native_handle_delete(bogus);
 
     EXPECT_EQ(mHelper.getGrallocExtraFormat(fmt(PixelFormat::IMPLEMENTATION_DEFINED),
