@@ -18,6 +18,7 @@
 #include <zyncam_host/ProfileFormat.h>
 #include <zyncam_host/SimGralloc.h>
 
+#include "GrallocFormats.h"
 #include "GrallocHelperInternal.h"
 #include "Profile.h"
 #include "kit/GrallocKit.h"
@@ -69,12 +70,22 @@ bool isRaw(int32_t format) {
     return format == 0x20 || format == 0x24 || format == 0x25;
 }
 
-// Every format a shipped profile lays out, by request: the concrete ones, the flexible ones and
-// the vendor batch formats.
-constexpr int32_t kRequestFormats[] = {
-        0x1,    0x2,    0x3,    0x4,    0x5,    0x10,   0x11,   0x14,       0x20,       0x21,
-        0x22,   0x23,   0x24,   0x25,   0x36,   0x111,  0x1000, 0x20203859, 0x20363159, 0x32315659,
-        0x2600, 0x2601, 0x2602, 0x2603, 0x2604, 0x2610, 0x2611, 0x2612,     0x2613,     0x2614};
+// Every format a shipped profile lays out, by request: every format the library names (the
+// concrete ones and the flexible ones) and the vendor batch formats.
+const std::vector<int32_t> kRequestFormats = [] {
+    std::vector<int32_t> formats;
+    for (const zcam::PixelFormatInfo& info : zcam::pixelFormatTable())
+        formats.push_back(info.format);
+    for (int32_t batch = zcam::kPixelFormatSmvrBatch2; batch <= zcam::kPixelFormatSmvrBatch32;
+         ++batch) {
+        formats.push_back(batch);
+    }
+    for (int32_t batch = zcam::kPixelFormatSmvrBatchCompressed2;
+         batch <= zcam::kPixelFormatSmvrBatchCompressed32; ++batch) {
+        formats.push_back(batch);
+    }
+    return formats;
+}();
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path);
@@ -302,7 +313,8 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     {
         testkit::ScopedProfile profile(write(capture), "capture.json");
         EXPECT_EQ(zyncam::sim::profileName(), "capture");
-        ASSERT_EQ(allocate2(64, 64, 0x1, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(64, 64, fmt(common::PixelFormat::RGBA_8888), kCpuReadOften, 1, &stride),
+                  0);
         EXPECT_EQ(stride, 80);
         ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 112);  // the built-in rules
@@ -588,7 +600,8 @@ TEST(ExactAnswerTest, AnExactAnswerWinsOverTheRules) {
 
     GrallocHelperAidlV2Imp helper;
     testkit::LogCapture log;
-    zcam::GrallocRequest query{0x3, request.format, request.width, request.height, 0};
+    zcam::GrallocRequest query{static_cast<int32_t>(kCpuReadOften), request.format, request.width,
+                               request.height, 0};
     zcam::GrallocStaticInfo info;
     ASSERT_EQ(helper.query(&query, &info, false), 0);
     ASSERT_EQ(info.planes.size(), 2u);
@@ -630,7 +643,7 @@ TEST(AllocatorLimitsTest, OversizedRequestsAreRefusedForEveryFormat) {
                 SCOPED_TRACE(::testing::Message()
                              << (limited ? "" : "unlimited ") << std::hex << format << std::dec
                              << " " << c.width << "x" << c.height << "x" << c.layers);
-                const int32_t error = allocate2(c.width, c.height, format, 0x3, c.layers);
+                const int32_t error = allocate2(c.width, c.height, format, kCpuReadOften, c.layers);
                 EXPECT_TRUE(error == bad || (!limited && error == noResources)) << error;
                 if (c.width <= 0 || c.height <= 0 || c.layers != 1) continue;
                 // Through the adapter and the helper's layout query.
@@ -640,7 +653,8 @@ TEST(AllocatorLimitsTest, OversizedRequestsAreRefusedForEveryFormat) {
                                                         static_cast<common::PixelFormat>(format), 1,
                                                         0x3, &handle, &stride, 0, "limits"),
                           -12);
-                zcam::GrallocRequest request{0x3, format, c.width, c.height, 0};
+                zcam::GrallocRequest request{static_cast<int32_t>(kCpuReadOften), format, c.width,
+                                             c.height, 0};
                 zcam::GrallocStaticInfo info;
                 EXPECT_EQ(helper.query(&request, &info, false), -12);
             }
@@ -653,15 +667,17 @@ TEST(AllocatorLimitsTest, OversizedRequestsAreRefusedForEveryFormat) {
 TEST(AllocatorLimitsTest, SizeCapAndOverflowAnswerTheirOwnCodes) {
     const int32_t bad = static_cast<int32_t>(AllocationError::BAD_DESCRIPTOR);
     const int32_t noResources = static_cast<int32_t>(AllocationError::NO_RESOURCES);
-    constexpr int32_t kRgba = 0x1, kBatch32 = 0x2604;
+    constexpr int32_t kRgba = fmt(common::PixelFormat::RGBA_8888);
+    constexpr int32_t kBatch32 = zcam::kPixelFormatSmvrBatch32;
     // 16384 x 16384 x 4 bytes is exactly the default cap of 1 GiB.
-    EXPECT_EQ(allocate2(16384, 16384, kRgba, 0x3), 0);
-    EXPECT_EQ(allocate2(16384, 16384, kRgba, 0x3, 2), noResources);
-    EXPECT_EQ(allocate2(16384, 16384, kBatch32, 0x3), noResources);
+    EXPECT_EQ(allocate2(16384, 16384, kRgba, kCpuReadOften), 0);
+    EXPECT_EQ(allocate2(16384, 16384, kRgba, kCpuReadOften, 2), noResources);
+    EXPECT_EQ(allocate2(16384, 16384, kBatch32, kCpuReadOften), noResources);
     // Frames x layers x bytes beyond 64 bits.
-    EXPECT_EQ(allocate2(16384, 16384, kBatch32, 0x3, 0x7fffffff), bad);
+    EXPECT_EQ(allocate2(16384, 16384, kBatch32, kCpuReadOften, INT32_MAX), bad);
     // A format without a rule, and a refused combination.
-    EXPECT_EQ(allocate2(64, 64, 0x2605, 0x3), static_cast<int32_t>(AllocationError::UNSUPPORTED));
+    EXPECT_EQ(allocate2(64, 64, kBatch32 + 1, kCpuReadOften),
+              static_cast<int32_t>(AllocationError::UNSUPPORTED));
 }
 
 }  // namespace
