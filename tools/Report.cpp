@@ -42,30 +42,292 @@ uint32_t framesPerBuffer(const zcam::GrallocCachedLayout& layout) {
     return std::max(layout.framesPerBuffer, uint32_t{1});
 }
 
-std::string requestText(const zcam::GrallocRequest& r) {
-    return std::to_string(r.widthInPixels) + "x" + std::to_string(r.heightInPixels) + " " +
-           formatText(r.format) + ", usage " + usageText(static_cast<uint32_t>(r.usage)) +
-           ", batch " + std::to_string(r.batchNum);
+// RFC 4180: a field with a comma, quote or line break is quoted, its quotes doubled.
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string out = "\"";
+    for (char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return out + "\"";
 }
 
-template <typename T>
-std::string orDash(const std::optional<T>& value) {
-    return value ? std::to_string(*value) : "-";
+bool answered(const ReportRow& row) {
+    return row.answer->outcome == Outcome::Answered;
+}
+
+const zcam::GrallocCachedLayout& layoutOf(const ReportRow& row) {
+    return row.answer->layout;
+}
+
+Cell optional(const std::optional<uint64_t>& value) {
+    return value ? Cell(*value) : Cell();
+}
+
+Cell usageCell(int32_t usage) {
+    return uint64_t{static_cast<uint32_t>(usage)};
+}
+
+Cell usageTextCell(int32_t usage) {
+    return usageText(static_cast<uint32_t>(usage));
+}
+
+Cell usageNameCell(int32_t usage) {
+    return zcam::grallocUsageName(usage);
+}
+
+Cell layoutSource(const ReportRow& row, const char* exact) {
+    const std::optional<bool>& source = row.answer->exactAnswer;
+    return source ? Cell(std::string(*source ? exact : "rules")) : Cell();
+}
+
+Cell shareCell(const std::optional<double>& share) {
+    return share ? Cell(*share) : Cell();
 }
 
 std::string plural(uint64_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-// "3133440 B (3.0 MiB) per buffer x 6 buffers = 18800640 B (17.9 MiB); padding ..."
-std::string memoryText(const StreamMemory& m) {
-    std::string text = sizeText(m.bytesPerBuffer) + " per buffer x " +
-                       plural(m.buffers, "buffer", "buffers") + " = " + sizeText(m.streamBytes);
-    if (const auto share = m.paddingShare()) {
-        return text + "; padding " + sizeText(*m.paddingBytes) + " per buffer, " +
-               percentText(*share);
+// The padding of one buffer as people read it, or why it is not known.
+Cell paddingText(const ReportRow& r) {
+    if (!r.memory->paddingBytes) {
+        return std::string("unknown: the format does not say how big its pixels are");
     }
-    return text + "; padding unknown: the format does not say how big its pixels are";
+    return sizeText(*r.memory->paddingBytes) + " per buffer";
+}
+
+using G = ColumnGroup;
+using E = WhenEmpty;
+using L = TextLine;
+
+// Text cells: a figure as people read it, "-" for one the layout does not give.
+Cell dash(const std::optional<uint64_t>& value) {
+    return value ? std::to_string(*value) : std::string("-");
+}
+
+constexpr ReportColumn kColumns[] = {
+        {G::kAnswer, "request", "request", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }, nullptr, L::kRequest,
+         "request {}  "},
+        {G::kRequestEntry, nullptr, "index", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
+        {G::kRequestEntry, "origin", "origin", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.spec->origin; }},
+        {G::kRequest, "width", "width", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->widthInPixels}; }, nullptr,
+         L::kRequest, "{}"},
+        {G::kRequest, "height", "height", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->heightInPixels}; }, nullptr,
+         L::kRequest, "x{}"},
+        {G::kRequest, "format", "format", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->format}; }, nullptr,
+         L::kRequest, " {}",
+         [](const ReportRow& r) -> Cell { return formatText(r.request->format); }},
+        {G::kRequest, "format_name", "formatName", E::kNull,
+         [](const ReportRow& r) -> Cell { return zcam::pixelFormatName(r.request->format); }},
+        {G::kRequest, "usage", "usage", E::kNull,
+         [](const ReportRow& r) { return usageCell(r.request->usage); }, nullptr, L::kRequest,
+         ", usage {}", [](const ReportRow& r) { return usageTextCell(r.request->usage); }},
+        {G::kRequest, "usage_name", "usageName", E::kNull,
+         [](const ReportRow& r) { return usageNameCell(r.request->usage); }},
+        {G::kRequest, "batch", "batch", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->batchNum}; }, nullptr,
+         L::kRequest, ", batch {}"},
+        {G::kRequestEntry, nullptr, "refresh", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.spec->refresh; }, nullptr, L::kRequest,
+         ", refresh",
+         [](const ReportRow& r) -> Cell { return r.spec->refresh ? Cell(true) : Cell(); }},
+        {G::kAnswer, "outcome", "outcome", E::kNull,
+         [](const ReportRow& r) -> Cell { return std::string(outcomeName(r.answer->outcome)); }},
+        {G::kAnswer, nullptr, "status", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (r.answer->outcome != Outcome::Failed) return {};
+             return int64_t{r.answer->status};
+         }},
+        {G::kProbed, "probed_usage", nullptr, E::kNull,
+         [](const ReportRow& r) { return usageCell(r.answer->probed.usage); }, nullptr, L::kProbed,
+         "  probed      usage {}",
+         [](const ReportRow& r) { return usageTextCell(r.answer->probed.usage); }},
+        {G::kProbed, "probed_usage_name", nullptr, E::kNull,
+         [](const ReportRow& r) { return usageNameCell(r.answer->probed.usage); }},
+        {G::kAllocated, "allocated_format", "format", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.format}; }, nullptr,
+         L::kAllocated, "  allocated   {}",
+         [](const ReportRow& r) -> Cell { return formatText(layoutOf(r).info.format); }},
+        {G::kAllocated, "allocated_format_name", "formatName", E::kNull,
+         [](const ReportRow& r) -> Cell { return zcam::pixelFormatName(layoutOf(r).info.format); }},
+        {G::kAllocated, "allocated_width", "width", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.widthInPixels}; },
+         nullptr, L::kAllocated, " {}"},
+        {G::kAllocated, "allocated_height", "height", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.heightInPixels}; },
+         nullptr, L::kAllocated, "x{}"},
+        {G::kAllocated, "allocator_usage", "usage", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocatorUsage}; }, nullptr,
+         L::kAllocatorUsage, "              allocator usage {}",
+         [](const ReportRow& r) {
+             return usageTextCell(static_cast<int32_t>(layoutOf(r).allocatorUsage));
+         }},
+        {G::kAllocated, nullptr, "usageName", E::kNull,
+         [](const ReportRow& r) {
+             return usageNameCell(static_cast<int32_t>(layoutOf(r).allocatorUsage));
+         }},
+        {G::kAllocated, "producer_usage", "producerUsage", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).producerUsage}; }, nullptr,
+         L::kProducerUsage, "              producer usage {}",
+         [](const ReportRow& r) {
+             return usageTextCell(static_cast<int32_t>(layoutOf(r).producerUsage));
+         }},
+        {G::kAllocated, nullptr, "producerUsageName", E::kNull,
+         [](const ReportRow& r) {
+             return usageNameCell(static_cast<int32_t>(layoutOf(r).producerUsage));
+         }},
+        {G::kAllocated, "allocation_size", "allocationSize", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocSize}; }, nullptr,
+         L::kAllocated, ", {} B"},
+        {G::kAllocated, "afbc", "afbc", E::kNull,
+         [](const ReportRow& r) -> Cell { return layoutOf(r).info.isAFBC; }, nullptr, L::kAllocated,
+         ", AFBC {}",
+         [](const ReportRow& r) -> Cell {
+             return std::string(layoutOf(r).info.isAFBC ? "yes" : "no");
+         }},
+        {G::kAllocated, "frames_per_buffer", "framesPerBuffer", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{framesPerBuffer(layoutOf(r))}; }, nullptr,
+         L::kAllocated, ", {} per buffer",
+         [](const ReportRow& r) -> Cell {
+             const uint32_t frames = framesPerBuffer(layoutOf(r));
+             return std::to_string(frames) + (frames == 1 ? " frame" : " frames");
+         }},
+        {G::kAnswer, "answered_by", "answeredBy", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (!answered(r)) return {};
+             return std::string(r.answer->fromCache ? "cache" : "probe");
+         },
+         nullptr, L::kAnsweredBy, "  answered by {}",
+         [](const ReportRow& r) -> Cell {
+             return std::string(r.answer->fromCache ? "cache, whose probe's allocation took"
+                                                    : "probe, allocation took");
+         }},
+        {G::kAnswer, "allocation_time_ns", "allocationTimeNs", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (!answered(r)) return {};
+             return int64_t{layoutOf(r).allocationTimeNs};
+         },
+         nullptr, L::kAnsweredBy, " {} us",
+         [](const ReportRow& r) -> Cell { return microseconds(layoutOf(r).allocationTimeNs); }},
+        // JSON lists the warnings as an array of their own, the text one line each.
+        {G::kAnswer, "warnings", nullptr, E::kNull,
+         [](const ReportRow& r) -> Cell {
+             std::string joined;
+             for (const std::string& w : r.answer->warnings) {
+                 joined += (joined.empty() ? "" : "\n") + w;
+             }
+             return joined;
+         }},
+        {G::kAnswer, "reason", "reason", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (answered(r)) return {};
+             return r.answer->reason;
+         }},
+        {G::kPlane, "plane", nullptr, E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.planeIndex}; }, nullptr, L::kPlane,
+         "  plane {}"},
+        {G::kPlane, "stride_bytes", "strideBytes", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->strideBytes}; }, nullptr,
+         L::kPlane, "     stride {} B"},
+        {G::kPlane, "stride_samples", "strideSamples", E::kNull,
+         [](const ReportRow& r) { return optional(r.plane->strideSamples); }, nullptr, L::kPlane,
+         " = {}", [](const ReportRow& r) { return dash(r.plane->strideSamples); }},
+        {G::kPlane, "sample_unit", "sampleUnit", E::kNull,
+         [](const ReportRow& r) -> Cell { return std::string(r.plane->sampleUnit); }, nullptr,
+         L::kPlane, " {}"},
+        {G::kPlane, "rows", "rows", E::kNull,
+         [](const ReportRow& r) { return optional(r.plane->rows); }, nullptr, L::kPlane,
+         ", rows {}", [](const ReportRow& r) { return dash(r.plane->rows); }},
+        {G::kPlane, "size_bytes", "sizeBytes", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->sizeBytes}; }, nullptr,
+         L::kPlane, ", size {} B"},
+        {G::kPlane, "offset", "offset", E::kNull,
+         [](const ReportRow& r) { return optional(r.plane->offset); }, nullptr, L::kPlane,
+         ", offset {}", [](const ReportRow& r) { return dash(r.plane->offset); }},
+        {G::kAnswer, "layout_source", "layoutSource", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (!answered(r)) return {};
+             return layoutSource(r, "exactAnswer");
+         },
+         [](const ReportRow& r) { return layoutSource(r, "exact_answer"); }, L::kLayoutSource,
+         "  laid out by {}",
+         [](const ReportRow& r) -> Cell {
+             const std::optional<bool>& source = r.answer->exactAnswer;
+             if (!source) return {};
+             return std::string(*source ? "an exact answer of the profile"
+                                        : "the profile's rules: no exact answer for this "
+                                          "allocation");
+         }},
+        {G::kRequestEntry, "buffers", "buffers", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.spec->buffers}; }},
+        {G::kMemory, nullptr, "bytesPerBuffer", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.memory->bytesPerBuffer; }, nullptr, L::kMemory,
+         "  memory      {} per buffer",
+         [](const ReportRow& r) -> Cell { return sizeText(r.memory->bytesPerBuffer); }},
+        {G::kMemory, nullptr, "buffers", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.memory->buffers}; }, nullptr,
+         L::kMemory, " x {}",
+         [](const ReportRow& r) -> Cell { return plural(r.memory->buffers, "buffer", "buffers"); }},
+        {G::kMemory, "stream_bytes", "streamBytes", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.memory->streamBytes; }, nullptr, L::kMemory,
+         " = {}", [](const ReportRow& r) -> Cell { return sizeText(r.memory->streamBytes); }},
+        {G::kMemory, "visible_bytes", "visibleBytes", E::kNull,
+         [](const ReportRow& r) { return optional(r.memory->visibleBytes); }},
+        {G::kMemory, "padding_bytes", "paddingBytes", E::kNull,
+         [](const ReportRow& r) { return optional(r.memory->paddingBytes); }, nullptr, L::kMemory,
+         "; padding {}", paddingText},
+        {G::kMemory, "padding_share", "paddingShare", E::kNull,
+         [](const ReportRow& r) { return shareCell(r.memory->paddingShare()); }, nullptr,
+         L::kMemory, ", {}",
+         [](const ReportRow& r) -> Cell {
+             const auto share = r.memory->paddingShare();
+             return share ? Cell(percentText(*share)) : Cell();
+         }},
+        {G::kMemory, "stream_padding_bytes", "streamPaddingBytes", E::kNull,
+         [](const ReportRow& r) { return optional(r.memory->streamPaddingBytes()); }},
+        {G::kMemory, "memory_rank", "rank", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.memoryRank}; }},
+};
+
+// The text of `column` for `row`: its words around the figure; empty when the figure is.
+std::string textPiece(const ReportColumn& column, const ReportRow& row) {
+    const Cell cell = column.textCell ? column.textCell(row) : column.cell(row);
+    if (std::holds_alternative<std::monostate>(cell)) return std::string();
+    struct {
+        std::string operator()(std::monostate) const { return std::string(); }
+        std::string operator()(int64_t v) const { return std::to_string(v); }
+        std::string operator()(uint64_t v) const { return std::to_string(v); }
+        std::string operator()(bool) const { return std::string(); }
+        std::string operator()(const std::string& v) const { return v; }
+        std::string operator()(double v) const { return std::to_string(v); }
+    } visitor;
+    const std::string text = column.text;
+    const size_t at = text.find("{}");
+    const std::string figure = std::visit(visitor, cell);
+    return at == std::string::npos ? text : text.substr(0, at) + figure + text.substr(at + 2);
+}
+
+// One line of the text: the pieces of the columns on `line` (of `group` only, unless null).
+std::string textLine(TextLine line, const ReportRow& row, const ColumnGroup* group = nullptr) {
+    std::string text;
+    for (const ReportColumn& column : kColumns) {
+        if (column.textLine != line || (group != nullptr && column.group != *group)) continue;
+        text += textPiece(column, row);
+    }
+    return text;
+}
+
+// "1920x1080 YCrCb_420_SP (0x11), usage 0x3 (0|SW_READ_OFTEN), batch 0".
+std::string requestText(const zcam::GrallocRequest& r) {
+    ReportRow row;
+    row.request = &r;
+    const ColumnGroup group = ColumnGroup::kRequest;
+    return textLine(TextLine::kRequest, row, &group);
 }
 
 // The session's memory, padding and largest consumers, before the run's counts.
@@ -96,36 +358,32 @@ void writeSessionText(const std::vector<RequestSpec>& requests,
 void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answer>& answers,
                std::ostream& out) {
     const std::vector<std::optional<StreamMemory>> memory = streamMemories(requests, answers);
+    constexpr TextLine kLinesBeforePlanes[] = {TextLine::kRequest, TextLine::kProbed,
+                                               TextLine::kAllocated, TextLine::kAllocatorUsage,
+                                               TextLine::kProducerUsage};
+    constexpr TextLine kLinesAfterWarnings[] = {TextLine::kAnsweredBy, TextLine::kLayoutSource};
     for (size_t i = 0; i < answers.size(); ++i) {
         const Answer& a = answers[i];
         if (a.outcome != Outcome::Answered) continue;
-        const zcam::GrallocCachedLayout& l = a.layout;
-        out << "request " << i + 1 << "  " << requestText(requests[i].request)
-            << (requests[i].refresh ? ", refresh" : "") << "\n"
-            << "  probed      usage " << usageText(static_cast<uint32_t>(a.probed.usage)) << "\n"
-            << "  allocated   " << formatText(l.info.format) << " " << l.info.widthInPixels << "x"
-            << l.info.heightInPixels << ", " << l.allocSize << " B, AFBC "
-            << (l.info.isAFBC ? "yes" : "no") << ", " << framesPerBuffer(l)
-            << (framesPerBuffer(l) == 1 ? " frame" : " frames") << " per buffer\n"
-            << "              allocator usage " << usageText(l.allocatorUsage) << "\n"
-            << "              producer usage " << usageText(l.producerUsage) << "\n";
+        ReportRow row;
+        row.index = i + 1;
+        row.spec = &requests[i];
+        row.request = &requests[i].request;
+        row.answer = &a;
+        row.memory = memory[i] ? &*memory[i] : nullptr;
+        auto write = [&](TextLine line) {
+            const std::string text = textLine(line, row);
+            if (!text.empty()) out << text << "\n";
+        };
+        for (TextLine line : kLinesBeforePlanes) write(line);
         for (size_t p = 0; p < a.planes.size(); ++p) {
-            const PlaneAnswer& plane = a.planes[p];
-            out << "  plane " << p << "     stride " << plane.strideBytes
-                << " B = " << orDash(plane.strideSamples) << " " << plane.sampleUnit << ", rows "
-                << orDash(plane.rows) << ", size " << plane.sizeBytes << " B, offset "
-                << orDash(plane.offset) << "\n";
+            row.plane = &a.planes[p];
+            row.planeIndex = p;
+            write(TextLine::kPlane);
         }
-        if (memory[i]) out << "  memory      " << memoryText(*memory[i]) << "\n";
+        write(TextLine::kMemory);
         for (const std::string& warning : a.warnings) out << "  warning: " << warning << "\n";
-        out << "  answered by "
-            << (a.fromCache ? "cache, whose probe's allocation took " : "probe, allocation took ")
-            << microseconds(l.allocationTimeNs) << " us\n";
-        if (a.exactAnswer) {
-            out << (*a.exactAnswer ? "  laid out by an exact answer of the profile\n"
-                                   : "  laid out by the profile's rules: no exact answer for this "
-                                     "allocation\n");
-        }
+        for (TextLine line : kLinesAfterWarnings) write(line);
     }
     writeSessionText(requests, memory, out);
     const Totals t = count(answers);
@@ -135,180 +393,6 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answe
         << t.refused << " refused, " << t.warnings
         << (t.warnings == 1 ? " warning\n" : " warnings\n");
 }
-
-// RFC 4180: a field with a comma, quote or line break is quoted, its quotes doubled.
-std::string csvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string out = "\"";
-    for (char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return out + "\"";
-}
-
-bool answered(const ReportRow& row) {
-    return row.answer->outcome == Outcome::Answered;
-}
-
-const zcam::GrallocCachedLayout& layoutOf(const ReportRow& row) {
-    return row.answer->layout;
-}
-
-Cell optional(const std::optional<uint64_t>& value) {
-    return value ? Cell(*value) : Cell();
-}
-
-Cell usageCell(int32_t usage) {
-    return uint64_t{static_cast<uint32_t>(usage)};
-}
-
-Cell usageNameCell(int32_t usage) {
-    return zcam::grallocUsageName(usage);
-}
-
-Cell layoutSource(const ReportRow& row, const char* exact) {
-    const std::optional<bool>& source = row.answer->exactAnswer;
-    return source ? Cell(std::string(*source ? exact : "rules")) : Cell();
-}
-
-using G = ColumnGroup;
-using E = WhenEmpty;
-
-constexpr ReportColumn kColumns[] =
-        {
-                {G::kAnswer, "request", "request", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
-                {G::kRequestEntry, nullptr, "index", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
-                {G::kRequestEntry, "origin", "origin", E::kNull,
-                 [](const ReportRow& r) -> Cell { return r.spec->origin; }},
-                {G::kRequestEntry, nullptr, "refresh", E::kNull,
-                 [](const ReportRow& r) -> Cell { return r.spec->refresh; }},
-                {G::kRequest, "width", "width", E::kNull,
-                 [](const ReportRow& r) -> Cell { return int64_t{r.request->widthInPixels}; }},
-                {G::kRequest, "height", "height", E::kNull,
-                 [](const ReportRow& r) -> Cell { return int64_t{r.request->heightInPixels}; }},
-                {G::kRequest, "format", "format", E::kNull,
-                 [](const ReportRow& r) -> Cell { return int64_t{r.request->format}; }},
-                {G::kRequest, "format_name", "formatName", E::kNull,
-                 [](const ReportRow& r) -> Cell {
-                     return zcam::pixelFormatName(r.request->format);
-                 }},
-                {G::kRequest, "usage", "usage", E::kNull,
-                 [](const ReportRow& r) { return usageCell(r.request->usage); }},
-                {G::kRequest, "usage_name", "usageName", E::kNull,
-                 [](const ReportRow& r) { return usageNameCell(r.request->usage); }},
-                {G::kRequest, "batch", "batch", E::kNull,
-                 [](const ReportRow& r) -> Cell { return int64_t{r.request->batchNum}; }},
-                {G::kAnswer, "outcome", "outcome", E::kNull,
-                 [](const ReportRow& r) -> Cell {
-                     return std::string(outcomeName(r.answer->outcome));
-                 }},
-                {G::kAnswer, nullptr, "status", E::kNoKey,
-                 [](const ReportRow& r) -> Cell {
-                     if (r.answer->outcome != Outcome::Failed) return {};
-                     return int64_t{r.answer->status};
-                 }},
-                {G::kProbed, "probed_usage", nullptr, E::kNull,
-                 [](const ReportRow& r) { return usageCell(r.answer->probed.usage); }},
-                {G::kProbed, "probed_usage_name", nullptr, E::kNull,
-                 [](const ReportRow& r) { return usageNameCell(r.answer->probed.usage); }},
-                {G::kAllocated, "allocated_format", "format", E::kNull,
-                 [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.format}; }},
-                {G::kAllocated, "allocated_format_name", "formatName", E::kNull,
-                 [](const ReportRow& r) -> Cell {
-                     return zcam::pixelFormatName(layoutOf(r).info.format);
-                 }},
-                {G::kAllocated, "allocated_width", "width", E::kNull,
-                 [](const ReportRow& r) -> Cell {
-                     return int64_t{layoutOf(r).info.widthInPixels};
-                 }},
-                {G::kAllocated, "allocated_height", "height", E::kNull,
-                 [](const ReportRow& r) -> Cell {
-                     return int64_t{layoutOf(r).info.heightInPixels};
-                 }},
-                {G::kAllocated, "allocator_usage", "usage", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocatorUsage}; }},
-                {G::kAllocated, nullptr, "usageName", E::kNull,
-                 [](const ReportRow& r) {
-                     return usageNameCell(static_cast<int32_t>(layoutOf(r).allocatorUsage));
-                 }},
-                {G::kAllocated, "producer_usage", "producerUsage", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).producerUsage}; }},
-                {G::kAllocated, nullptr, "producerUsageName", E::kNull,
-                 [](const ReportRow& r) {
-                     return usageNameCell(static_cast<int32_t>(layoutOf(r).producerUsage));
-                 }},
-                {G::kAllocated, "allocation_size", "allocationSize", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocSize}; }},
-                {G::kAllocated, "afbc", "afbc", E::kNull,
-                 [](const ReportRow& r) -> Cell { return layoutOf(r).info.isAFBC; }},
-                {G::kAllocated, "frames_per_buffer", "framesPerBuffer", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{framesPerBuffer(layoutOf(r))}; }},
-                {G::kAnswer, "answered_by", "answeredBy", E::kNoKey,
-                 [](const ReportRow& r) -> Cell {
-                     if (!answered(r)) return {};
-                     return std::string(r.answer->fromCache ? "cache" : "probe");
-                 }},
-                {G::kAnswer, "allocation_time_ns", "allocationTimeNs", E::kNoKey,
-                 [](const ReportRow& r) -> Cell {
-                     if (!answered(r)) return {};
-                     return int64_t{layoutOf(r).allocationTimeNs};
-                 }},
-                // JSON lists the warnings as an array of their own.
-                {G::kAnswer, "warnings", nullptr, E::kNull,
-                 [](const ReportRow& r) -> Cell {
-                     std::string joined;
-                     for (const std::string& w : r.answer->warnings) {
-                         joined += (joined.empty() ? "" : "\n") + w;
-                     }
-                     return joined;
-                 }},
-                {G::kAnswer, "reason", "reason", E::kNoKey,
-                 [](const ReportRow& r) -> Cell {
-                     if (answered(r)) return {};
-                     return r.answer->reason;
-                 }},
-                {G::kPlane, "plane", nullptr, E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.planeIndex}; }},
-                {G::kPlane, "stride_bytes", "strideBytes", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.plane->strideBytes}; }},
-                {G::kPlane, "stride_samples", "strideSamples", E::kNull,
-                 [](const ReportRow& r) { return optional(r.plane->strideSamples); }},
-                {G::kPlane, "sample_unit", "sampleUnit", E::kNull,
-                 [](const ReportRow& r) -> Cell { return std::string(r.plane->sampleUnit); }},
-                {G::kPlane, "rows", "rows", E::kNull,
-                 [](const ReportRow& r) { return optional(r.plane->rows); }},
-                {G::kPlane, "size_bytes", "sizeBytes", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.plane->sizeBytes}; }},
-                {G::kPlane, "offset", "offset", E::kNull,
-                 [](const ReportRow& r) { return optional(r.plane->offset); }},
-                {G::kAnswer, "layout_source", "layoutSource", E::kNoKey,
-                 [](const ReportRow& r) -> Cell {
-                     if (!answered(r)) return {};
-                     return layoutSource(r, "exactAnswer");
-                 },
-                 [](const ReportRow& r) { return layoutSource(r, "exact_answer"); }},
-                {G::kRequestEntry, "buffers", "buffers", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.spec->buffers}; }},
-                {G::kMemory, nullptr, "buffers", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.memory->buffers}; }},
-                {G::kMemory, nullptr, "bytesPerBuffer", E::kNull,
-                 [](const ReportRow& r) -> Cell { return r.memory->bytesPerBuffer; }},
-                {G::kMemory, "stream_bytes", "streamBytes", E::kNull,
-                 [](const ReportRow& r) -> Cell { return r.memory->streamBytes; }},
-                {G::kMemory, "visible_bytes", "visibleBytes", E::kNull,
-                 [](const ReportRow& r) { return optional(r.memory->visibleBytes); }},
-                {G::kMemory, "padding_bytes", "paddingBytes", E::kNull,
-                 [](const ReportRow& r) { return optional(r.memory->paddingBytes); }},
-                {G::kMemory, "padding_share", "paddingShare", E::kNull,
-                 [](const ReportRow& r) -> Cell {
-                     const auto share = r.memory->paddingShare();
-                     return share ? Cell(*share) : Cell();
-                 }},
-                {G::kMemory, "stream_padding_bytes", "streamPaddingBytes", E::kNull,
-                 [](const ReportRow& r) { return optional(r.memory->streamPaddingBytes()); }},
-                {G::kMemory, "memory_rank", "rank", E::kNull,
-                 [](const ReportRow& r) -> Cell { return uint64_t{r.memoryRank}; }},
-};
 
 Json::Value jsonOf(const Cell& cell) {
     struct {
@@ -400,9 +484,7 @@ Json::Value sessionJson(const SessionMemory& s,
         Json::Value& entry = largest.append(Json::Value(Json::objectValue));
         entry["request"] = Json::UInt64{i + 1};
         entry["streamBytes"] = Json::UInt64{memory[i]->streamBytes};
-        entry["share"] = shareJson(s.bytes == 0 ? std::optional<double>()
-                                                : static_cast<double>(memory[i]->streamBytes) /
-                                                          static_cast<double>(s.bytes));
+        entry["share"] = static_cast<double>(memory[i]->streamBytes) / static_cast<double>(s.bytes);
     }
     return v;
 }
@@ -482,13 +564,12 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer
         }
     }
     // The session's totals: a last row whose request is "total", in the columns they sum.
-    const auto share = session.paddingShare();
     const std::map<std::string, Cell> totals = {
             {"request", std::string("total")},
             {"buffers", session.buffers},
             {"stream_bytes", session.bytes},
             {"stream_padding_bytes", session.paddingBytes},
-            {"padding_share", share ? Cell(*share) : Cell()},
+            {"padding_share", shareCell(session.paddingShare())},
     };
     first = true;
     for (const ReportColumn& column : kColumns) {
@@ -576,10 +657,14 @@ std::string padded(const std::string& text, size_t width) {
 // What a stream's (or the session's) buffers take under each profile, and the change on B.
 constexpr const char* kMemoryField = "memory.streamBytes";
 
+std::string orDash(const std::optional<uint64_t>& value) {
+    return value ? std::to_string(*value) : "-";
+}
+
 std::optional<int64_t> difference(const std::optional<uint64_t>& a,
                                   const std::optional<uint64_t>& b) {
     if (!a || !b) return std::nullopt;
-    // Two's complement: the difference of two sizes, as a signed count.
+    // Modulo 2^64 and back: the signed difference of two sizes.
     return static_cast<int64_t>(*b - *a);
 }
 
