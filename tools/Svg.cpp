@@ -225,8 +225,9 @@ double drawSide(Page& page, const SvgSide& side, size_t index, const RequestSpec
             mark(afbc.tailBytes, "padding afbc-tail", kPaddingColour,
                  std::string(" stroke=\"") + kInk +
                          "\" stroke-dasharray=\"3 2\" stroke-width=\"0.5\"");
-            third = "AFBC header " + sizeText(afbc.headerBytes) + ", body " +
-                    sizeText(afbc.bodyBytes) + ", tail " + sizeText(afbc.tailBytes);
+            third = "AFBC header " + std::to_string(afbc.headerBytes) + " B, body " +
+                    std::to_string(afbc.bodyBytes) + " B, tail " + std::to_string(afbc.tailBytes) +
+                    " B";
         } else if (known && plane.visibleRows > 0) {
             const double visibleW = static_cast<double>(plane.visibleRowBytes) * scale;
             const double visibleH = static_cast<double>(plane.visibleRows) * scale;
