@@ -73,11 +73,11 @@ std::optional<uint64_t> StreamMemory::streamPaddingBytes() const {
     return *paddingBytes * buffers;
 }
 
-std::optional<StreamMemory> streamMemory(const RequestSpec& spec, const Answer& answer) {
+std::optional<StreamMemory> streamMemory(const RequestSpec& given, const Answer& answer) {
     if (answer.outcome != Outcome::Answered) return std::nullopt;
     const zcam::GrallocCachedLayout& layout = answer.layout;
     StreamMemory m;
-    m.buffers = spec.buffers;
+    m.buffers = given.buffers;
     m.bytesPerBuffer = layout.allocSize;
     m.streamBytes = m.bytesPerBuffer * m.buffers;
 

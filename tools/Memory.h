@@ -52,7 +52,7 @@ struct StreamMemory {
 };
 
 // The memory of an answered request; nothing for one that was not answered.
-std::optional<StreamMemory> streamMemory(const RequestSpec& spec, const Answer& answer);
+std::optional<StreamMemory> streamMemory(const RequestSpec& given, const Answer& answer);
 
 // The largest consumers a session's totals name.
 inline constexpr size_t kLargestConsumers = 3;

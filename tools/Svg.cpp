@@ -143,14 +143,14 @@ std::string offsetText(const PlaneArea& p) {
 }
 
 // One side's drawing of one answer, from `top`; returns the height it took.
-double drawSide(Page& page, const SvgSide& side, size_t index, const RequestSpec& spec, double x,
+double drawSide(Page& page, const SvgSide& side, size_t index, const RequestSpec& given, double x,
                 double top, double barScale, double scale) {
     const Answer& a = (*side.answers)[index];
     const std::string cls = side.label.empty() ? "side" : "side side-" + side.label;
     page.body << "<g class=\"" << cls << "\" data-side=\"" << escaped(side.label) << "\">\n";
     double y = top;
     const std::string who = side.label.empty() ? "" : side.label + "  ";
-    const std::optional<StreamMemory> memory = streamMemory(spec, a);
+    const std::optional<StreamMemory> memory = streamMemory(given, a);
     if (!memory) {
         page.text(x, y, who + "not answered: " + a.reason);
         page.body << "</g>\n";
