@@ -80,6 +80,22 @@ def check_planes(group, answer, where):
               f"{where} plane {rect.get('data-plane')}: {w} x {h} is not {plane['strideBytes']} x {rows}")
 
 
+GENERIC_FONTS = {"serif", "sans-serif", "monospace"}
+
+
+def check_self_contained(root, where):
+    """No scripts, nothing fetched: no links, images, foreign content or named fonts."""
+    for element in root.iter():
+        tag = element.tag.replace(SVG, "")
+        check(tag not in ("script", "image", "foreignObject", "style", "use", "a"),
+              f"{where}: a <{tag}> element")
+        for name, value in element.attrib.items():
+            check("href" not in name and "url(" not in value and not name.startswith("on"),
+                  f"{where}: <{tag} {name}={value!r}>")
+            if name == "font-family":
+                check(value in GENERIC_FONTS, f"{where}: font-family {value!r}")
+
+
 def check_session(tool, tmp):
     """Every shipped profile: a group per request, a rectangle per plane."""
     for name in sorted(os.listdir(PROFILES)):
@@ -89,6 +105,7 @@ def check_session(tool, tmp):
         doc = json.loads(run(tool, ["--profile", f"{PROFILES}/{name}", "-f", SESSION, "--json",
                                     "--svg", out]))
         root = ET.parse(out).getroot()
+        check_self_contained(root, name)
         groups = request_groups(root)
         check(len(groups) == len(doc["answers"]), f"{name}: {len(groups)} request groups")
         for group, answer in zip(groups, doc["answers"]):

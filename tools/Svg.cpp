@@ -297,6 +297,17 @@ void writeSvg(const std::vector<RequestSpec>& requests, std::span<const SvgSide>
     }
     page.text(kMargin, y, title, kTitleSize, "bold");
     y += kLineHeight + kLineHeight / 2;
+    for (const SvgSide& side : sides) {
+        const SessionMemory session = sessionMemory(streamMemories(requests, *side.answers));
+        std::string line = (side.label.empty() ? "" : side.label + "  ") +
+                           "session: " + std::to_string(session.streams) + " streams, " +
+                           std::to_string(session.buffers) +
+                           " buffers: " + sizeText(session.bytes) + "; padding " +
+                           sizeText(session.paddingBytes);
+        if (const auto share = session.paddingShare()) line += ", " + percentText(*share);
+        page.text(kMargin, y, line, kTextSize, "bold");
+        y += kLineHeight;
+    }
     page.text(kMargin, y,
               "Bars: each buffer's allocation, all on one scale: 1 px = " +
                       (largest == 0 ? std::string("-")
@@ -351,8 +362,16 @@ void writeSvg(const std::vector<RequestSpec>& requests, std::span<const SvgSide>
                   "usage " + usageText(static_cast<uint32_t>(r.usage)) + ", batch " +
                           std::to_string(r.batchNum) + "; " + requests[i].origin);
         y += kLineHeight;
-        page.text(kMargin, y,
-                  "planes at 1 px = " + perPixel + " B across, " + perPixel + " rows down");
+        std::string scaleLine =
+                "planes at 1 px = " + perPixel + " B across, " + perPixel + " rows down";
+        if (kept.size() == 2 && kept[0] && kept[1]) {
+            // Modulo 2^64 and back: the signed difference of two sizes.
+            const auto change = static_cast<int64_t>(kept[1]->streamBytes - kept[0]->streamBytes);
+            scaleLine +=
+                    "; the stream's buffers: " +
+                    (change == 0 ? std::string("the same on B") : signedSizeText(change) + " on B");
+        }
+        page.text(kMargin, y, scaleLine);
         y += kLineHeight + 2;
         double tallest = 0;
         for (size_t s = 0; s < sides.size(); ++s) {
