@@ -148,6 +148,10 @@ std::optional<double> SessionMemory::paddingShare() const {
     return static_cast<double>(paddingBytes) / static_cast<double>(bytesWithKnownPadding);
 }
 
+double SessionMemory::shareOf(uint64_t streamBytes) const {
+    return bytes == 0 ? 0.0 : static_cast<double>(streamBytes) / static_cast<double>(bytes);
+}
+
 SessionMemory sessionMemory(const std::vector<std::optional<StreamMemory>>& memory) {
     SessionMemory s;
     s.rank.assign(memory.size(), 0);

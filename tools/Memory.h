@@ -70,6 +70,8 @@ struct SessionMemory {
     std::vector<size_t> rank;
 
     std::optional<double> paddingShare() const;
+    // A stream's share of the session's bytes; 0 when the session has none.
+    double shareOf(uint64_t streamBytes) const;
 };
 
 // `memory[i]` is request i's, as streamMemory gives it.

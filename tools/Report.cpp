@@ -349,9 +349,7 @@ void writeSessionText(const std::vector<RequestSpec>& requests,
             << r.widthInPixels << "x" << r.heightInPixels << " " << formatText(r.format) << ", "
             << plural(memory[i]->buffers, "buffer", "buffers") << ": "
             << sizeText(memory[i]->streamBytes) << ", "
-            << percentText(static_cast<double>(memory[i]->streamBytes) /
-                           static_cast<double>(s.bytes))
-            << " of the session\n";
+            << percentText(s.shareOf(memory[i]->streamBytes)) << " of the session\n";
     }
 }
 
@@ -484,7 +482,7 @@ Json::Value sessionJson(const SessionMemory& s,
         Json::Value& entry = largest.append(Json::Value(Json::objectValue));
         entry["request"] = Json::UInt64{i + 1};
         entry["streamBytes"] = Json::UInt64{memory[i]->streamBytes};
-        entry["share"] = static_cast<double>(memory[i]->streamBytes) / static_cast<double>(s.bytes);
+        entry["share"] = s.shareOf(memory[i]->streamBytes);
     }
     return v;
 }
