@@ -17,6 +17,7 @@
 
 #include <filesystem>
 
+#include "FormatFacts.h"
 #include "ProfileScope.h"
 #include "Vocabulary.h"
 
@@ -47,19 +48,6 @@ constexpr const char* kIdentityProperties[] = {
         "ro.board.platform",       "ro.hardware",      "ro.build.fingerprint",
 };
 
-// The 8-bit YCbCr formats whose planes a YCbCr lock describes.
-bool lockableAsYCbCr(int32_t format) {
-    switch (static_cast<PixelFormat>(format)) {
-        case PixelFormat::YCRCB_420_SP:
-        case PixelFormat::YCBCR_420_888:
-        case PixelFormat::YCBCR_422_SP:
-        case PixelFormat::YV12:
-            return true;
-        default:
-            return format == kFormatNv12;
-    }
-}
-
 // `to` - `from` in bytes, without forming a pointer difference across objects.
 int64_t distance(const void* from, const void* to) {
     const uint64_t a = reinterpret_cast<uintptr_t>(from);
@@ -85,6 +73,19 @@ std::string property(const char* key) {
 }
 
 }  // namespace
+
+// The 8-bit YCbCr formats whose planes a YCbCr lock describes.
+bool lockableAsYCbCr(int32_t format) {
+    switch (static_cast<PixelFormat>(format)) {
+        case PixelFormat::YCRCB_420_SP:
+        case PixelFormat::YCBCR_420_888:
+        case PixelFormat::YCBCR_422_SP:
+        case PixelFormat::YV12:
+            return true;
+        default:
+            return format == kFormatNv12;
+    }
+}
 
 profile::AllocationRequest probeAllocation(const zcam::GrallocRequest& probed) {
     profile::AllocationRequest a;

@@ -19,6 +19,8 @@ enum ExitCode : int {
     kExitWarned = 4,
     // --compare: the two profiles lay out at least one request differently.
     kExitDiffer = 5,
+    // verify: the helper, the mapper's metadata and a CPU lock disagree on at least one request.
+    kExitDisagree = 6,
 };
 
 // Runs gralloc-layout with its command line (argv[0] is the program's name; argv is read, not

@@ -4,6 +4,7 @@
 #include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <utils/Errors.h>
 
+#include "FormatFacts.h"
 #include "Vocabulary.h"
 
 namespace zyncam::tools {
@@ -19,35 +20,6 @@ constexpr unsigned kBitsPerByte = 8;
 
 bool is(int32_t format, PixelFormat f) {
     return format == static_cast<int32_t>(f);
-}
-
-// Bits one pixel (single-plane formats) or one sample (YUV planes) takes; 0 when the format
-// does not say (BLOB, the opaque formats).
-unsigned bitsPerSample(int32_t format) {
-    switch (static_cast<PixelFormat>(format)) {
-        case PixelFormat::RGBA_8888:
-        case PixelFormat::RGBX_8888:
-        case PixelFormat::BGRA_8888:
-            return 32;
-        case PixelFormat::RGB_888:
-            return 24;
-        case PixelFormat::RGB_565:
-        case PixelFormat::RAW16:
-        case PixelFormat::Y16:
-        case PixelFormat::YCBCR_422_I:
-        case PixelFormat::YCBCR_P010:
-            return 16;
-        case PixelFormat::RAW12:
-            return 12;
-        case PixelFormat::RAW10:
-            return 10;
-        case PixelFormat::Y8:
-        case PixelFormat::YCRCB_420_SP:
-        case PixelFormat::YV12:
-            return 8;
-        default:
-            return format == kFormatNv12 ? 8 : 0;
-    }
 }
 
 // Whether plane offsets follow from the plane sizes: the derivation measures the planes of
@@ -86,6 +58,35 @@ std::string libraryReason(const std::vector<std::string>& errors) {
 }
 
 }  // namespace
+
+// Bits one pixel (single-plane formats) or one sample (YUV planes) takes; 0 when the format
+// does not say (BLOB, the opaque formats).
+unsigned bitsPerSample(int32_t format) {
+    switch (static_cast<PixelFormat>(format)) {
+        case PixelFormat::RGBA_8888:
+        case PixelFormat::RGBX_8888:
+        case PixelFormat::BGRA_8888:
+            return 32;
+        case PixelFormat::RGB_888:
+            return 24;
+        case PixelFormat::RGB_565:
+        case PixelFormat::RAW16:
+        case PixelFormat::Y16:
+        case PixelFormat::YCBCR_422_I:
+        case PixelFormat::YCBCR_P010:
+            return 16;
+        case PixelFormat::RAW12:
+            return 12;
+        case PixelFormat::RAW10:
+            return 10;
+        case PixelFormat::Y8:
+        case PixelFormat::YCRCB_420_SP:
+        case PixelFormat::YV12:
+            return 8;
+        default:
+            return format == kFormatNv12 ? 8 : 0;
+    }
+}
 
 std::string statusName(int status) {
     switch (status) {

@@ -178,14 +178,6 @@ void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answe
     writeJsonDocument(document, out);
 }
 
-// RFC 4180: a field with a comma, quote or line break is quoted, its quotes doubled.
-std::string csvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string out = "\"";
-    for (char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return out + "\"";
-}
-
 void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer>& answers,
               std::ostream& out) {
     out << "request,origin,width,height,format,format_name,usage,usage_name,batch,outcome,"
@@ -304,6 +296,13 @@ std::string padded(const std::string& text, size_t width) {
 }
 
 }  // namespace
+
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string out = "\"";
+    for (char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return out + "\"";
+}
 
 void writeJsonDocument(const Json::Value& document, std::ostream& out) {
     Json::StreamWriterBuilder builder;
