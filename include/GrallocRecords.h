@@ -30,6 +30,8 @@ inline constexpr int32_t kPixelFormatSmvrBatchCompressed32 = 0x2614;
 
 // Vendor usage bit: a slow-motion batch buffer ("|SMVR" in logs).
 inline constexpr int32_t kUsageSmvr = 0x20000000;
+// The legacy gralloc 2D-engine bit ("|HW_2D" in logs), which the AIDL BufferUsage leaves unnamed.
+inline constexpr int32_t kUsageHw2d = 0x400;
 
 // A layout request: what a buffer would be allocated with. Read only by the helper.
 struct GrallocRequest {

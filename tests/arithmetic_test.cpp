@@ -69,11 +69,13 @@ TEST(LayoutArithmeticTest, ChromaRulesWrapAs32BitArithmetic) {
             // 0x10000 x 0x8000 = 2^31: its doubled product loses the top bit, its half is
             // INT32_MIN / 2 sign-extended.
             {0x10000, 0x8000, 0, negative(size_t{1} << 30), size_t{1} << 29},
+            // An odd negative product: 1-byte samples halve it by a shift, rounding down.
+            {-3, 1, negative(3), negative(2), 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << c.stride << "x" << c.height);
-        EXPECT_EQ(layout::p010ChromaSize(c.stride, c.height), c.p010);
-        EXPECT_EQ(layout::nv12ChromaSize(c.stride, c.height), c.nv12);
+        EXPECT_EQ(layout::twoPlane420ChromaSize(c.stride, c.height, 2), c.p010);
+        EXPECT_EQ(layout::twoPlane420ChromaSize(c.stride, c.height, 1), c.nv12);
         EXPECT_EQ(layout::yv12ChromaSize(c.stride, c.height), c.yv12);
     }
     EXPECT_EQ(layout::product64(kMin, kMin), size_t{1} << 62);

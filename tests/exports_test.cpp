@@ -51,7 +51,9 @@ const std::vector<std::regex>& publicSurface() {
             std::regex(R"(android::(makeFromAidl|dupFromAidl|makeToAidl|dupToAidl|)"
                        R"(isAidlNativeHandleEmpty)\(.*)"),
             std::regex(R"(zcam::(createGrallocHelper|layoutCacheOf|normalizeGrallocRequest|)"
-                       R"(pixelFormatName|grallocUsageName|dataspaceName)(\[abi:cxx11\])?\(.*)"),
+                       R"(pixelFormatName|grallocUsageName|dataspaceName|pixelFormatTable|)"
+                       R"(findPixelFormat|planesLocatedByDerivation|usageWordTable|)"
+                       R"(dataspaceWordTable|dataspaceFieldWordTable)(\[abi:cxx11\])?\(.*)"),
     };
     return kPatterns;
 }

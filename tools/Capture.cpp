@@ -1,6 +1,7 @@
 #include "Capture.h"
 
 #include <GrallocAllocatorAidlV2.h>
+#include <GrallocFormats.h>
 #include <GrallocHelper.h>
 #include <GrallocMapperAidlV2.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
@@ -17,7 +18,6 @@
 
 #include <filesystem>
 
-#include "FormatFacts.h"
 #include "ProfileScope.h"
 #include "Vocabulary.h"
 
@@ -38,7 +38,6 @@ constexpr uint64_t kReservedSize = 0;
 constexpr const char* kBufferName = "gralloc-layout-capture";
 constexpr uint64_t kLockUsage = static_cast<uint64_t>(BufferUsage::CPU_READ_OFTEN);
 constexpr uint64_t kUsageProtected = static_cast<uint64_t>(BufferUsage::PROTECTED);
-constexpr int32_t kFormatNv12 = 0x1000;  // vendor
 constexpr int kNoFence = -1;
 constexpr int kWaitForever = -1;
 
@@ -47,6 +46,12 @@ constexpr const char* kIdentityProperties[] = {
         "ro.product.manufacturer", "ro.product.model", "ro.product.board",
         "ro.board.platform",       "ro.hardware",      "ro.build.fingerprint",
 };
+
+// The 8-bit YCbCr formats whose planes a YCbCr lock describes.
+bool lockableAsYCbCr(int32_t format) {
+    const zcam::PixelFormatInfo* info = zcam::findPixelFormat(format);
+    return info != nullptr && info->lock != zcam::PlaneLock::kNone;
+}
 
 // `to` - `from` in bytes, without forming a pointer difference across objects.
 int64_t distance(const void* from, const void* to) {
@@ -73,19 +78,6 @@ std::string property(const char* key) {
 }
 
 }  // namespace
-
-// The 8-bit YCbCr formats whose planes a YCbCr lock describes.
-bool lockableAsYCbCr(int32_t format) {
-    switch (static_cast<PixelFormat>(format)) {
-        case PixelFormat::YCRCB_420_SP:
-        case PixelFormat::YCBCR_420_888:
-        case PixelFormat::YCBCR_422_SP:
-        case PixelFormat::YV12:
-            return true;
-        default:
-            return format == kFormatNv12;
-    }
-}
 
 profile::AllocationRequest probeAllocation(const zcam::GrallocRequest& probed) {
     profile::AllocationRequest a;

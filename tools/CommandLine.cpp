@@ -7,7 +7,7 @@
 #include <fstream>
 #include <variant>
 
-#include "LayoutQuery.h"
+#include "ExitCode.h"
 #include "Vocabulary.h"
 
 namespace zyncam::tools {
@@ -44,13 +44,16 @@ struct OptionInfo {
     Scope scope;
     const char* valueName;
     const char* help;
+    // A figure of the help text that a constant holds, and the text after it; none when < 0.
+    long figure = -1;
+    const char* afterFigure = "";
 };
 
 constexpr OptionInfo kOptions[] = {
         {"usage", required_argument, kOptUsage, Scope::Request, "BITS",
          "usage bits of the request: names or numbers joined by '|' (default 0)"},
         {"batch", required_argument, kOptBatch, Scope::Request, "N",
-         "slow-motion frames per buffer the request asks for, 0..32 (default 0)"},
+         "slow-motion frames per buffer the request asks for, 0..", kMaxBatchCount, " (default 0)"},
         {"refresh", no_argument, kOptRefresh, Scope::Request, nullptr,
          "probe the request again even when its layout is cached"},
         {"file", required_argument, kOptFile, Scope::Run, "FILE",
@@ -64,8 +67,8 @@ constexpr OptionInfo kOptions[] = {
         {"json", no_argument, kOptJson, Scope::Run, nullptr,
          "print one JSON document: requests, answers, totals"},
         {"csv", no_argument, kOptCsv, Scope::Run, nullptr, "print CSV, one row per plane"},
-        {"strict", no_argument, kOptStrict, Scope::Run, nullptr,
-         "exit with 4 when the library warned while deriving a layout"},
+        {"strict", no_argument, kOptStrict, Scope::Run, nullptr, "exit with ", kExitWarned,
+         " when the library warned while deriving a layout"},
         {"verbose", no_argument, kOptVerbose, Scope::Run, nullptr,
          "let every line the library logs through to the Android log"},
         {"help", no_argument, kOptHelp, Scope::Run, nullptr, "print this help"},
@@ -412,7 +415,9 @@ void writeHelp(std::ostream& out) {
             flags += std::string("--") + entry.name;
             if (entry.valueName != nullptr) flags += std::string(" ") + entry.valueName;
             out << "  " << flags << std::string(flags.size() < 20 ? 20 - flags.size() : 1, ' ')
-                << entry.help << "\n";
+                << entry.help;
+            if (entry.figure >= 0) out << entry.figure << entry.afterFigure;
+            out << "\n";
         }
     };
     list(Scope::Request);

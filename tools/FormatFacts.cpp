@@ -1,41 +1,34 @@
-// The one place gralloc-layout's verify learns per-format facts from.
 #include "FormatFacts.h"
 
-#include <GrallocRecords.h>
-#include <aidl/android/hardware/graphics/common/PixelFormat.h>
+#include <GrallocFormats.h>
 
 namespace zyncam::tools {
 
 namespace {
 
-using aidl::android::hardware::graphics::common::PixelFormat;
-
-Chroma chromaOf(int32_t format) {
-    switch (static_cast<PixelFormat>(format)) {
-        case PixelFormat::YCRCB_420_SP:
-        case PixelFormat::YCBCR_P010:
+Chroma chromaOf(zcam::LayoutFamily family) {
+    switch (family) {
+        case zcam::LayoutFamily::kLockedSemiPlanar420:
+        case zcam::LayoutFamily::kTwoPlane420:
             return Chroma::SemiPlanar420;
-        case PixelFormat::YV12:
+        case zcam::LayoutFamily::kThreePlaneYV12:
             return Chroma::Planar420;
         default:
-            return format == zcam::kPixelFormatNV12 ? Chroma::SemiPlanar420 : Chroma::None;
+            return Chroma::None;
     }
-}
-
-// The derivation measures the planes of these as distances between a CPU lock's addresses.
-bool derivationLocks(int32_t format) {
-    return format == static_cast<int32_t>(PixelFormat::YCRCB_420_SP) ||
-           format == static_cast<int32_t>(PixelFormat::YV12);
 }
 
 }  // namespace
 
 FormatFacts formatFacts(int32_t format) {
     FormatFacts f;
-    f.bitsPerSample = bitsPerSample(format);
-    f.chroma = chromaOf(format);
-    f.ycbcrLock = lockableAsYCbCr(format);
-    f.derivationLocks = derivationLocks(format);
+    const zcam::PixelFormatInfo* info = zcam::findPixelFormat(format);
+    if (info == nullptr) return f;
+    f.bitsPerSample = info->bitsPerSample;
+    f.chroma = chromaOf(info->family);
+    f.ycbcrLock = info->lock != zcam::PlaneLock::kNone;
+    f.derivationLocks = info->lock == zcam::PlaneLock::kLocates ||
+                        info->lock == zcam::PlaneLock::kLocatesUnlessProtected;
     return f;
 }
 

@@ -1,17 +1,11 @@
-// What gralloc-layout knows of a pixel format beyond its name: the size of its samples, how its
-// chroma is laid out, and whether a CPU lock can say where its planes are.
+// What verify needs to know of a pixel format beyond its name: the size of its samples, how its
+// chroma is laid out, and whether a CPU lock can say where its planes are. Read from the
+// library's per-format table.
 #pragma once
 
 #include <cstdint>
 
 namespace zyncam::tools {
-
-// Bits one pixel (single-plane formats) or one sample (YUV planes) takes; 0 when the format
-// does not say (BLOB, the opaque formats).
-unsigned bitsPerSample(int32_t format);
-
-// The 8-bit YCbCr formats whose planes a YCbCr lock describes.
-bool lockableAsYCbCr(int32_t format);
 
 // How the chroma of a format the library derives in planes is laid out.
 enum class Chroma {
@@ -21,13 +15,14 @@ enum class Chroma {
 };
 
 struct FormatFacts {
-    unsigned bitsPerSample = 0;
+    unsigned bitsPerSample = 0;  // of a pixel or sample; 0 when the format does not say
     Chroma chroma = Chroma::None;
     bool ycbcrLock = false;        // a YCbCr lock locates its planes
     bool derivationLocks = false;  // the library locates its planes through a CPU lock
 };
 
-// The facts of a format as the allocator resolved it.
+// The facts of a format as the allocator resolved it; all empty for a format the library does
+// not name.
 FormatFacts formatFacts(int32_t format);
 
 }  // namespace zyncam::tools

@@ -1,10 +1,9 @@
 #include "LayoutSession.h"
 
+#include <GrallocFormats.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
-#include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <utils/Errors.h>
 
-#include "FormatFacts.h"
 #include "Vocabulary.h"
 
 namespace zyncam::tools {
@@ -12,27 +11,29 @@ namespace zyncam::tools {
 namespace {
 
 using aidl::android::hardware::graphics::common::BufferUsage;
-using aidl::android::hardware::graphics::common::PixelFormat;
 
 constexpr uint32_t kUsageProtected = static_cast<uint32_t>(BufferUsage::PROTECTED);
-constexpr int32_t kFormatNv12 = 0x1000;  // vendor
 constexpr unsigned kBitsPerByte = 8;
 
-bool is(int32_t format, PixelFormat f) {
-    return format == static_cast<int32_t>(f);
+// Whether the derivation locks every buffer of `format` to locate its planes, which a
+// PROTECTED buffer refuses.
+bool alwaysLocked(int32_t format) {
+    const zcam::PixelFormatInfo* info = zcam::findPixelFormat(format);
+    return info != nullptr && info->lock == zcam::PlaneLock::kLocates;
 }
 
-// Whether plane offsets follow from the plane sizes: the derivation measures the planes of
-// YCrCb_420_SP and of unprotected YV12 as distances between the addresses a CPU lock gives.
-bool planesAreMeasured(const zcam::GrallocCachedLayout& layout) {
-    const int32_t format = layout.info.format;
-    return layout.info.planes.size() == 1 || is(format, PixelFormat::YCRCB_420_SP) ||
-           (is(format, PixelFormat::YV12) && (layout.allocatorUsage & kUsageProtected) == 0);
+// Bits one pixel (single-plane formats) or one sample (YUV planes) takes; 0 when the format
+// does not say (BLOB, the opaque formats) or the library does not know it.
+unsigned bitsPerSample(int32_t format) {
+    const zcam::PixelFormatInfo* info = zcam::findPixelFormat(format);
+    return info != nullptr ? info->bitsPerSample : 0;
 }
 
 std::vector<PlaneAnswer> describePlanes(const zcam::GrallocCachedLayout& layout) {
     const unsigned bits = bitsPerSample(layout.info.format);
-    const bool measured = planesAreMeasured(layout);
+    // Offsets follow from the sizes only where the derivation measured the planes.
+    const bool measured = zcam::planesLocatedByDerivation(layout.info.format, layout.allocatorUsage,
+                                                          layout.info.planes.size());
     std::vector<PlaneAnswer> planes;
     uint64_t offset = 0;
     for (const auto& plane : layout.info.planes) {
@@ -58,35 +59,6 @@ std::string libraryReason(const std::vector<std::string>& errors) {
 }
 
 }  // namespace
-
-// Bits one pixel (single-plane formats) or one sample (YUV planes) takes; 0 when the format
-// does not say (BLOB, the opaque formats).
-unsigned bitsPerSample(int32_t format) {
-    switch (static_cast<PixelFormat>(format)) {
-        case PixelFormat::RGBA_8888:
-        case PixelFormat::RGBX_8888:
-        case PixelFormat::BGRA_8888:
-            return 32;
-        case PixelFormat::RGB_888:
-            return 24;
-        case PixelFormat::RGB_565:
-        case PixelFormat::RAW16:
-        case PixelFormat::Y16:
-        case PixelFormat::YCBCR_422_I:
-        case PixelFormat::YCBCR_P010:
-            return 16;
-        case PixelFormat::RAW12:
-            return 12;
-        case PixelFormat::RAW10:
-            return 10;
-        case PixelFormat::Y8:
-        case PixelFormat::YCRCB_420_SP:
-        case PixelFormat::YV12:
-            return 8;
-        default:
-            return format == kFormatNv12 ? 8 : 0;
-    }
-}
 
 std::string statusName(int status) {
     switch (status) {
@@ -117,7 +89,7 @@ std::optional<std::string> LayoutSession::refusal(const zcam::GrallocRequest& re
     if ((usage & kUsageProtected) == 0) return std::nullopt;
     // The probe allocates with the normalised usage; the allocator decides the format.
     const int32_t resolved = mHelper.getGrallocExtraFormat(probed.format, usage);
-    if (!is(resolved, PixelFormat::YCRCB_420_SP)) return std::nullopt;
+    if (!alwaysLocked(resolved)) return std::nullopt;
     std::string reason = "refused: ";
     if (resolved != request.format) {
         reason += formatText(request.format) + " with usage " + hex(usage) + " resolves to " +

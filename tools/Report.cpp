@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "ReportColumns.h"
 #include "Vocabulary.h"
 
 namespace zyncam::tools {
@@ -89,62 +90,205 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answe
         << (t.warnings == 1 ? " warning\n" : " warnings\n");
 }
 
-template <typename T>
-Json::Value orNull(const std::optional<T>& value) {
-    return value ? Json::Value(Json::UInt64{*value}) : Json::Value(Json::nullValue);
+}  // namespace
+
+// RFC 4180: a field with a comma, quote or line break is quoted, its quotes doubled.
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string out = "\"";
+    for (char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return out + "\"";
 }
 
-void formatJson(Json::Value& into, const char* key, int32_t format) {
-    into[key] = format;
-    into[std::string(key) + "Name"] = zcam::pixelFormatName(format);
+namespace {
+
+bool answered(const ReportRow& row) {
+    return row.answer->outcome == Outcome::Answered;
 }
 
-void usageJson(Json::Value& into, const char* key, uint32_t usage) {
-    into[key] = usage;
-    into[std::string(key) + "Name"] = zcam::grallocUsageName(static_cast<int>(usage));
+const zcam::GrallocCachedLayout& layoutOf(const ReportRow& row) {
+    return row.answer->layout;
 }
 
-Json::Value requestJson(const zcam::GrallocRequest& r) {
+Cell optional(const std::optional<uint64_t>& value) {
+    return value ? Cell(*value) : Cell();
+}
+
+Cell usageCell(int32_t usage) {
+    return uint64_t{static_cast<uint32_t>(usage)};
+}
+
+Cell usageNameCell(int32_t usage) {
+    return zcam::grallocUsageName(usage);
+}
+
+Cell layoutSource(const ReportRow& row, const char* exact) {
+    const std::optional<bool>& source = row.answer->exactAnswer;
+    return source ? Cell(std::string(*source ? exact : "rules")) : Cell();
+}
+
+using G = ColumnGroup;
+using E = WhenEmpty;
+
+constexpr ReportColumn kColumns[] = {
+        {G::kAnswer, "request", "request", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
+        {G::kRequestEntry, nullptr, "index", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
+        {G::kRequestEntry, "origin", "origin", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.spec->origin; }},
+        {G::kRequestEntry, nullptr, "refresh", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.spec->refresh; }},
+        {G::kRequest, "width", "width", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->widthInPixels}; }},
+        {G::kRequest, "height", "height", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->heightInPixels}; }},
+        {G::kRequest, "format", "format", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->format}; }},
+        {G::kRequest, "format_name", "formatName", E::kNull,
+         [](const ReportRow& r) -> Cell { return zcam::pixelFormatName(r.request->format); }},
+        {G::kRequest, "usage", "usage", E::kNull,
+         [](const ReportRow& r) { return usageCell(r.request->usage); }},
+        {G::kRequest, "usage_name", "usageName", E::kNull,
+         [](const ReportRow& r) { return usageNameCell(r.request->usage); }},
+        {G::kRequest, "batch", "batch", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->batchNum}; }},
+        {G::kAnswer, "outcome", "outcome", E::kNull,
+         [](const ReportRow& r) -> Cell { return std::string(outcomeName(r.answer->outcome)); }},
+        {G::kAnswer, nullptr, "status", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (r.answer->outcome != Outcome::Failed) return {};
+             return int64_t{r.answer->status};
+         }},
+        {G::kProbed, "probed_usage", nullptr, E::kNull,
+         [](const ReportRow& r) { return usageCell(r.answer->probed.usage); }},
+        {G::kProbed, "probed_usage_name", nullptr, E::kNull,
+         [](const ReportRow& r) { return usageNameCell(r.answer->probed.usage); }},
+        {G::kAllocated, "allocated_format", "format", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.format}; }},
+        {G::kAllocated, "allocated_format_name", "formatName", E::kNull,
+         [](const ReportRow& r) -> Cell { return zcam::pixelFormatName(layoutOf(r).info.format); }},
+        {G::kAllocated, "allocated_width", "width", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.widthInPixels}; }},
+        {G::kAllocated, "allocated_height", "height", E::kNull,
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.heightInPixels}; }},
+        {G::kAllocated, "allocator_usage", "usage", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocatorUsage}; }},
+        {G::kAllocated, nullptr, "usageName", E::kNull,
+         [](const ReportRow& r) {
+             return usageNameCell(static_cast<int32_t>(layoutOf(r).allocatorUsage));
+         }},
+        {G::kAllocated, "producer_usage", "producerUsage", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).producerUsage}; }},
+        {G::kAllocated, nullptr, "producerUsageName", E::kNull,
+         [](const ReportRow& r) {
+             return usageNameCell(static_cast<int32_t>(layoutOf(r).producerUsage));
+         }},
+        {G::kAllocated, "allocation_size", "allocationSize", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocSize}; }},
+        {G::kAllocated, "afbc", "afbc", E::kNull,
+         [](const ReportRow& r) -> Cell { return layoutOf(r).info.isAFBC; }},
+        {G::kAllocated, "frames_per_buffer", "framesPerBuffer", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{framesPerBuffer(layoutOf(r))}; }},
+        {G::kAnswer, "answered_by", "answeredBy", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (!answered(r)) return {};
+             return std::string(r.answer->fromCache ? "cache" : "probe");
+         }},
+        {G::kAnswer, "allocation_time_ns", "allocationTimeNs", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (!answered(r)) return {};
+             return int64_t{layoutOf(r).allocationTimeNs};
+         }},
+        // JSON lists the warnings as an array of their own.
+        {G::kAnswer, "warnings", nullptr, E::kNull,
+         [](const ReportRow& r) -> Cell {
+             std::string joined;
+             for (const std::string& w : r.answer->warnings) {
+                 joined += (joined.empty() ? "" : "\n") + w;
+             }
+             return joined;
+         }},
+        {G::kAnswer, "reason", "reason", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (answered(r)) return {};
+             return r.answer->reason;
+         }},
+        {G::kPlane, "plane", nullptr, E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.planeIndex}; }},
+        {G::kPlane, "stride_bytes", "strideBytes", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->strideBytes}; }},
+        {G::kPlane, "stride_samples", "strideSamples", E::kNull,
+         [](const ReportRow& r) { return optional(r.plane->strideSamples); }},
+        {G::kPlane, "sample_unit", "sampleUnit", E::kNull,
+         [](const ReportRow& r) -> Cell { return std::string(r.plane->sampleUnit); }},
+        {G::kPlane, "rows", "rows", E::kNull,
+         [](const ReportRow& r) { return optional(r.plane->rows); }},
+        {G::kPlane, "size_bytes", "sizeBytes", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->sizeBytes}; }},
+        {G::kPlane, "offset", "offset", E::kNull,
+         [](const ReportRow& r) { return optional(r.plane->offset); }},
+        {G::kAnswer, "layout_source", "layoutSource", E::kNoKey,
+         [](const ReportRow& r) -> Cell {
+             if (!answered(r)) return {};
+             return layoutSource(r, "exactAnswer");
+         },
+         [](const ReportRow& r) { return layoutSource(r, "exact_answer"); }},
+};
+
+Json::Value jsonOf(const Cell& cell) {
+    struct {
+        Json::Value operator()(std::monostate) const { return Json::Value(Json::nullValue); }
+        Json::Value operator()(int64_t v) const { return Json::Value(Json::Int64{v}); }
+        Json::Value operator()(uint64_t v) const { return Json::Value(Json::UInt64{v}); }
+        Json::Value operator()(bool v) const { return Json::Value(v); }
+        Json::Value operator()(const std::string& v) const { return Json::Value(v); }
+    } visitor;
+    return std::visit(visitor, cell);
+}
+
+std::string csvOf(const Cell& cell) {
+    struct {
+        std::string operator()(std::monostate) const { return std::string(); }
+        std::string operator()(int64_t v) const { return std::to_string(v); }
+        std::string operator()(uint64_t v) const { return std::to_string(v); }
+        std::string operator()(bool v) const { return v ? "1" : "0"; }
+        std::string operator()(const std::string& v) const { return csvField(v); }
+    } visitor;
+    return std::visit(visitor, cell);
+}
+
+// The JSON object of one group's columns for `row`.
+Json::Value jsonGroup(ColumnGroup group, const ReportRow& row) {
     Json::Value v(Json::objectValue);
-    v["width"] = r.widthInPixels;
-    v["height"] = r.heightInPixels;
-    formatJson(v, "format", r.format);
-    usageJson(v, "usage", static_cast<uint32_t>(r.usage));
-    v["batch"] = r.batchNum;
+    for (const ReportColumn& column : kColumns) {
+        if (column.group != group || column.json == nullptr) continue;
+        Cell cell = column.cell(row);
+        if (std::holds_alternative<std::monostate>(cell) && column.whenEmpty == WhenEmpty::kNoKey)
+            continue;
+        v[column.json] = jsonOf(cell);
+    }
     return v;
 }
 
+Json::Value requestJson(const zcam::GrallocRequest& r) {
+    ReportRow row;
+    row.request = &r;
+    return jsonGroup(ColumnGroup::kRequest, row);
+}
+
 Json::Value answerJson(const Answer& a, size_t index) {
-    Json::Value v(Json::objectValue);
-    v["request"] = Json::UInt64{index};
-    v["outcome"] = outcomeName(a.outcome);
+    ReportRow row;
+    row.index = index;
+    row.answer = &a;
+    Json::Value v = jsonGroup(ColumnGroup::kAnswer, row);
     v["probed"] = requestJson(a.probed);
-    if (a.outcome != Outcome::Answered) {
-        if (a.outcome == Outcome::Failed) v["status"] = a.status;
-        v["reason"] = a.reason;
-    } else {
-        const zcam::GrallocCachedLayout& l = a.layout;
-        v["answeredBy"] = a.fromCache ? "cache" : "probe";
-        if (a.exactAnswer) v["layoutSource"] = *a.exactAnswer ? "exactAnswer" : "rules";
-        v["allocationTimeNs"] = Json::Int64{l.allocationTimeNs};
-        Json::Value& allocated = v["allocated"];
-        formatJson(allocated, "format", l.info.format);
-        allocated["width"] = l.info.widthInPixels;
-        allocated["height"] = l.info.heightInPixels;
-        usageJson(allocated, "usage", l.allocatorUsage);
-        usageJson(allocated, "producerUsage", l.producerUsage);
-        allocated["allocationSize"] = Json::UInt64{l.allocSize};
-        allocated["afbc"] = l.info.isAFBC;
-        allocated["framesPerBuffer"] = framesPerBuffer(l);
+    if (a.outcome == Outcome::Answered) {
+        v["allocated"] = jsonGroup(ColumnGroup::kAllocated, row);
         Json::Value& planes = v["planes"] = Json::Value(Json::arrayValue);
         for (const PlaneAnswer& p : a.planes) {
-            Json::Value& plane = planes.append(Json::Value(Json::objectValue));
-            plane["strideBytes"] = Json::UInt64{p.strideBytes};
-            plane["strideSamples"] = orNull(p.strideSamples);
-            plane["sampleUnit"] = p.sampleUnit;
-            plane["rows"] = orNull(p.rows);
-            plane["sizeBytes"] = Json::UInt64{p.sizeBytes};
-            plane["offset"] = orNull(p.offset);
+            row.plane = &p;
+            planes.append(jsonGroup(ColumnGroup::kPlane, row));
         }
     }
     Json::Value& warnings = v["warnings"] = Json::Value(Json::arrayValue);
@@ -158,10 +302,12 @@ void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answe
     Json::Value& requestList = document["requests"] = Json::Value(Json::arrayValue);
     Json::Value& answerList = document["answers"] = Json::Value(Json::arrayValue);
     for (size_t i = 0; i < requests.size(); ++i) {
-        Json::Value r = requestJson(requests[i].request);
-        r["index"] = Json::UInt64{i + 1};
-        r["origin"] = requests[i].origin;
-        r["refresh"] = requests[i].refresh;
+        ReportRow row;
+        row.index = i + 1;
+        row.spec = &requests[i];
+        Json::Value r = jsonGroup(ColumnGroup::kRequestEntry, row);
+        const Json::Value given = requestJson(requests[i].request);
+        for (const std::string& key : given.getMemberNames()) r[key] = given[key];
         requestList.append(std::move(r));
         answerList.append(answerJson(answers[i], i + 1));
     }
@@ -178,47 +324,41 @@ void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answe
     writeJsonDocument(document, out);
 }
 
+// One CSV line: every column, the allocation's empty unless the request was answered, the
+// plane's empty when `row` has no plane.
+void writeCsvLine(const ReportRow& row, std::ostream& out) {
+    bool first = true;
+    for (const ReportColumn& column : kColumns) {
+        if (column.csv == nullptr) continue;
+        const bool empty = (column.group == ColumnGroup::kAllocated && !answered(row)) ||
+                           (column.group == ColumnGroup::kPlane && row.plane == nullptr);
+        if (!first) out << ",";
+        first = false;
+        if (!empty) out << csvOf(column.csvCell ? column.csvCell(row) : column.cell(row));
+    }
+    out << "\n";
+}
+
 void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer>& answers,
               std::ostream& out) {
-    out << "request,origin,width,height,format,format_name,usage,usage_name,batch,outcome,"
-           "probed_usage,probed_usage_name,allocated_format,allocated_format_name,"
-           "allocated_width,allocated_height,allocator_usage,producer_usage,allocation_size,"
-           "afbc,frames_per_buffer,answered_by,allocation_time_ns,warnings,reason,plane,"
-           "stride_bytes,stride_samples,sample_unit,rows,size_bytes,offset,layout_source\n";
+    bool first = true;
+    for (const ReportColumn& column : kColumns) {
+        if (column.csv == nullptr) continue;
+        out << (first ? "" : ",") << column.csv;
+        first = false;
+    }
+    out << "\n";
     for (size_t i = 0; i < answers.size(); ++i) {
-        const zcam::GrallocRequest& r = requests[i].request;
-        const Answer& a = answers[i];
-        const zcam::GrallocCachedLayout& l = a.layout;
-        std::string warnings;
-        for (const std::string& w : a.warnings) warnings += (warnings.empty() ? "" : "\n") + w;
-        std::ostringstream head;
-        head << i + 1 << "," << csvField(requests[i].origin) << "," << r.widthInPixels << ","
-             << r.heightInPixels << "," << r.format << ","
-             << csvField(zcam::pixelFormatName(r.format)) << "," << static_cast<uint32_t>(r.usage)
-             << "," << csvField(zcam::grallocUsageName(r.usage)) << "," << r.batchNum << ","
-             << outcomeName(a.outcome) << "," << static_cast<uint32_t>(a.probed.usage) << ","
-             << csvField(zcam::grallocUsageName(a.probed.usage)) << ",";
-        if (a.outcome == Outcome::Answered) {
-            head << l.info.format << "," << csvField(zcam::pixelFormatName(l.info.format)) << ","
-                 << l.info.widthInPixels << "," << l.info.heightInPixels << "," << l.allocatorUsage
-                 << "," << l.producerUsage << "," << l.allocSize << "," << (l.info.isAFBC ? 1 : 0)
-                 << "," << framesPerBuffer(l) << "," << (a.fromCache ? "cache" : "probe") << ","
-                 << l.allocationTimeNs << ",";
-        } else {
-            head << ",,,,,,,,,,,";
-        }
-        head << csvField(warnings) << "," << csvField(a.reason) << ",";
-        const std::string source =
-                a.exactAnswer ? (*a.exactAnswer ? "exact_answer" : "rules") : std::string();
-        if (a.planes.empty()) out << head.str() << ",,,,,,," << source << "\n";
-        for (size_t p = 0; p < a.planes.size(); ++p) {
-            const PlaneAnswer& plane = a.planes[p];
-            auto field = [](const std::optional<uint64_t>& v) {
-                return v ? std::to_string(*v) : std::string();
-            };
-            out << head.str() << p << "," << plane.strideBytes << "," << field(plane.strideSamples)
-                << "," << plane.sampleUnit << "," << field(plane.rows) << "," << plane.sizeBytes
-                << "," << field(plane.offset) << "," << source << "\n";
+        ReportRow row;
+        row.index = i + 1;
+        row.spec = &requests[i];
+        row.request = &requests[i].request;
+        row.answer = &answers[i];
+        if (answers[i].planes.empty()) writeCsvLine(row, out);
+        for (size_t p = 0; p < answers[i].planes.size(); ++p) {
+            row.plane = &answers[i].planes[p];
+            row.planeIndex = p;
+            writeCsvLine(row, out);
         }
     }
 }
@@ -297,11 +437,8 @@ std::string padded(const std::string& text, size_t width) {
 
 }  // namespace
 
-std::string csvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string out = "\"";
-    for (char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return out + "\"";
+std::span<const ReportColumn> reportColumns() {
+    return kColumns;
 }
 
 void writeJsonDocument(const Json::Value& document, std::ostream& out) {

@@ -1,4 +1,5 @@
 // gralloc-layout verify: the grid, the run and its report.
+#include <GrallocFormats.h>
 #include <GrallocHelper.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
 #include <aidl/android/hardware/graphics/common/PixelFormat.h>
@@ -8,8 +9,7 @@
 #include <iomanip>
 #include <sstream>
 
-#include "FormatFacts.h"
-#include "LayoutQuery.h"
+#include "ExitCode.h"
 #include "ProfileScope.h"
 #include "Report.h"
 #include "Verify.h"
@@ -30,28 +30,6 @@ constexpr uint32_t bits(BufferUsage u) {
 constexpr int32_t value(PixelFormat f) {
     return static_cast<int32_t>(f);
 }
-
-// Every format the library derives a layout from, as a camera asks for it.
-constexpr int32_t kGridFormats[] = {
-        value(PixelFormat::RGBA_8888),
-        value(PixelFormat::BGRA_8888),
-        value(PixelFormat::RGB_888),
-        value(PixelFormat::RGB_565),
-        value(PixelFormat::RAW16),
-        value(PixelFormat::BLOB),
-        value(PixelFormat::RAW_OPAQUE),
-        value(PixelFormat::RAW10),
-        value(PixelFormat::Y8),
-        value(PixelFormat::Y16),
-        value(PixelFormat::IMPLEMENTATION_DEFINED),
-        zcam::kPixelFormatCameraOpaque,
-        value(PixelFormat::YCBCR_422_I),
-        value(PixelFormat::YCRCB_420_SP),
-        value(PixelFormat::YCBCR_P010),
-        zcam::kPixelFormatNV12,
-        value(PixelFormat::YV12),
-        value(PixelFormat::YCBCR_420_888),
-};
 
 // The usages of a camera session: CPU read, preview, video, camera write and read, ZSL, and
 // protected (the requests among these that the library must lock are skipped).
@@ -87,13 +65,13 @@ constexpr GridSize kBatchSizes[] = {{1280, 720}, {1920, 1080}};
 constexpr uint32_t kBatchUsage = bits(BufferUsage::VIDEO_ENCODER) |
                                  bits(BufferUsage::CAMERA_OUTPUT) | uint32_t{zcam::kUsageSmvr};
 
-// Odd sizes suit formats whose every pixel is whole in one plane; YUV, RAW and opaque
-// formats come in even sizes, so they take the even size next to an odd one.
-bool takesOddSizes(int32_t format) {
-    const FormatFacts facts = formatFacts(format);
-    return facts.chroma == Chroma::None && facts.bitsPerSample % 8 == 0 &&
-           facts.bitsPerSample != 0 && format != value(PixelFormat::YCBCR_422_I) &&
-           format != value(PixelFormat::RAW16);
+// Odd sizes suit formats whose every pixel is whole bytes in one plane; YUV (packed ones too),
+// Bayer RAW, opaque and flexible formats come in even sizes, so they take the even size next
+// to an odd one.
+bool takesOddSizes(const zcam::PixelFormatInfo& info) {
+    return info.family == zcam::LayoutFamily::kSinglePlane &&
+           info.rule == zcam::SinglePlaneRule::kPlain && info.bitsPerSample % 8 == 0 &&
+           info.bitsPerSample != 0 && info.format != value(PixelFormat::RAW16);
 }
 
 RequestSpec gridRequest(int32_t width, int32_t height, int32_t format, uint32_t usage) {
@@ -254,8 +232,11 @@ std::string closingNote(const VerifyTotals& t, bool grid, double seconds) {
 
 std::vector<RequestSpec> verifyGrid() {
     std::vector<RequestSpec> grid;
-    for (int32_t format : kGridFormats) {
-        const bool odd = takesOddSizes(format);
+    for (const zcam::PixelFormatInfo& info : zcam::pixelFormatTable()) {
+        // Every format the library lays out, and the flexible ones the allocator resolves.
+        if (info.family == zcam::LayoutFamily::kNoRule) continue;
+        const int32_t format = info.format;
+        const bool odd = takesOddSizes(info);
         for (uint32_t usage : kGridUsages) {
             for (GridSize size : kGridSizes) {
                 const int32_t w = odd ? size.width : size.width + size.width % 2;

@@ -1,9 +1,8 @@
 #include "Vocabulary.h"
 
+#include <GrallocFormats.h>
 #include <GrallocHelper.h>
-#include <aidl/android/hardware/graphics/common/BufferUsage.h>
-#include <aidl/android/hardware/graphics/common/Dataspace.h>
-#include <aidl/android/hardware/graphics/common/PixelFormat.h>
+#include <GrallocVocabulary.h>
 #include <strings.h>
 
 #include <charconv>
@@ -13,122 +12,6 @@
 namespace zyncam::tools {
 
 namespace {
-
-using aidl::android::hardware::graphics::common::BufferUsage;
-using aidl::android::hardware::graphics::common::Dataspace;
-using aidl::android::hardware::graphics::common::PixelFormat;
-
-constexpr int32_t value(PixelFormat f) {
-    return static_cast<int32_t>(f);
-}
-constexpr uint32_t value(BufferUsage u) {
-    return static_cast<uint32_t>(static_cast<uint64_t>(u));
-}
-constexpr uint32_t value(Dataspace d) {
-    return static_cast<uint32_t>(d);
-}
-
-// Vendor formats the library names beside the platform's.
-constexpr int32_t kFormatCameraOpaque = 0x111;
-constexpr int32_t kFormatNv12 = 0x1000;
-
-// Every format that may have a name; the library decides which do.
-constexpr int32_t kFormatCandidates[] = {
-        value(PixelFormat::RGBA_8888),
-        value(PixelFormat::RGBX_8888),
-        value(PixelFormat::RGB_888),
-        value(PixelFormat::RGB_565),
-        value(PixelFormat::BGRA_8888),
-        value(PixelFormat::YCBCR_422_SP),
-        value(PixelFormat::YCRCB_420_SP),
-        value(PixelFormat::YCBCR_422_I),
-        value(PixelFormat::RGBA_FP16),
-        value(PixelFormat::RAW16),
-        value(PixelFormat::BLOB),
-        value(PixelFormat::IMPLEMENTATION_DEFINED),
-        value(PixelFormat::YCBCR_420_888),
-        value(PixelFormat::RAW_OPAQUE),
-        value(PixelFormat::RAW10),
-        value(PixelFormat::RAW12),
-        value(PixelFormat::RGBA_1010102),
-        value(PixelFormat::DEPTH_16),
-        value(PixelFormat::YCBCR_P010),
-        kFormatCameraOpaque,
-        kFormatNv12,
-        value(PixelFormat::Y8),
-        value(PixelFormat::Y16),
-        value(PixelFormat::YV12),
-};
-
-// Usage bits the library names that the platform's BufferUsage does not.
-constexpr uint32_t kUsageHw2d = 0x400;                  // legacy gralloc 2D engine
-constexpr uint32_t kUsageSlowMotionBatch = 0x20000000;  // vendor: slow-motion batch buffer
-
-struct UsageWord {
-    const char* name;
-    uint32_t bits;
-};
-// The pieces of the library's usage names, and PROTECTED, which it does not name.
-constexpr UsageWord kUsageWords[] = {
-        {"SW_READ_RARELY", value(BufferUsage::CPU_READ_RARELY)},
-        {"SW_READ_OFTEN", value(BufferUsage::CPU_READ_OFTEN)},
-        {"SW_WRITE_RARELY", value(BufferUsage::CPU_WRITE_RARELY)},
-        {"SW_WRITE_OFTEN", value(BufferUsage::CPU_WRITE_OFTEN)},
-        {"HW_CAMERA_WRITE", value(BufferUsage::CAMERA_OUTPUT)},
-        {"HW_CAMERA_READ", value(BufferUsage::CAMERA_INPUT)},
-        {"HW_CAMERA_ZSL", value(BufferUsage::CAMERA_OUTPUT) | value(BufferUsage::CAMERA_INPUT)},
-        {"HW_TEXTURE", value(BufferUsage::GPU_TEXTURE)},
-        {"HW_RENDER", value(BufferUsage::GPU_RENDER_TARGET)},
-        {"HW_2D", kUsageHw2d},
-        {"HW_COMPOSER", value(BufferUsage::COMPOSER_OVERLAY)},
-        {"HW_FB", value(BufferUsage::COMPOSER_CLIENT_TARGET)},
-        {"HW_VIDEO_ENCODER", value(BufferUsage::VIDEO_ENCODER)},
-        {"HW_IMAGE_ENCODER", value(BufferUsage::HW_IMAGE_ENCODER)},
-        {"SMVR", kUsageSlowMotionBatch},
-        {"PROTECTED", value(BufferUsage::PROTECTED)},
-};
-
-// Legacy whole-value dataspaces the library names (before the field encoding existed).
-constexpr uint32_t kLegacyDataspaces[] = {0x101, 0x102, 0x103, 0x104, 0x200, 0x201};
-
-constexpr uint32_t kDataspaceCandidates[] = {
-        value(Dataspace::UNKNOWN),
-        value(Dataspace::ARBITRARY),
-        value(Dataspace::SRGB_LINEAR),
-        value(Dataspace::SCRGB_LINEAR),
-        value(Dataspace::SRGB),
-        value(Dataspace::SCRGB),
-        value(Dataspace::JFIF),
-        value(Dataspace::BT601_625),
-        value(Dataspace::BT601_525),
-        value(Dataspace::BT709),
-        value(Dataspace::DCI_P3_LINEAR),
-        value(Dataspace::DCI_P3),
-        value(Dataspace::DISPLAY_P3),
-        value(Dataspace::ADOBE_RGB),
-        value(Dataspace::ADOBE_RGB_LINEAR),
-        value(Dataspace::BT2020_LINEAR),
-        value(Dataspace::BT2020),
-        value(Dataspace::BT2020_PQ),
-        value(Dataspace::BT2020_LINEAR_EXTENDED),
-        value(Dataspace::DEPTH),
-        value(Dataspace::SENSOR),
-        value(Dataspace::BT2020_ITU),
-        value(Dataspace::BT2020_ITU_PQ),
-        value(Dataspace::BT2020_ITU_HLG),
-        value(Dataspace::BT2020_HLG),
-        value(Dataspace::DISPLAY_BT2020),
-        value(Dataspace::DYNAMIC_DEPTH),
-        value(Dataspace::JPEG_APP_SEGMENTS),
-        value(Dataspace::HEIF),
-        value(Dataspace::JPEG_R),
-        value(Dataspace::BT709_FULL_RANGE),
-};
-
-// The three fields of a dataspace, as their masks.
-constexpr uint32_t kDataspaceFields[] = {value(Dataspace::STANDARD_MASK),
-                                         value(Dataspace::TRANSFER_MASK),
-                                         value(Dataspace::RANGE_MASK)};
 
 constexpr size_t kQuotedMaxBytes = 64;
 
@@ -148,28 +31,16 @@ bool forEachPiece(std::string_view text, F piece) {
     }
 }
 
-std::string_view beforeBar(std::string_view name) {
-    return name.substr(0, name.find('|'));
-}
-
 std::optional<uint32_t> dataspacePiece(std::string_view piece) {
     if (auto number = parseNumber(piece)) return number;
-    for (uint32_t candidate : kLegacyDataspaces) {
-        if (sameWord(zcam::dataspaceName(static_cast<int>(candidate)), piece)) return candidate;
-    }
-    for (uint32_t candidate : kDataspaceCandidates) {
-        const std::string name = zcam::dataspaceName(static_cast<int>(candidate));
-        if (name.rfind("0x", 0) != 0 && sameWord(beforeBar(name), piece)) return candidate;
-    }
-    // A field value alone prints as its number followed by its piece.
-    for (uint32_t mask : kDataspaceFields) {
-        const uint32_t step = mask & -mask;
-        for (uint32_t field = step; field != 0 && field <= mask; field += step) {
-            const std::string name = zcam::dataspaceName(static_cast<int>(field));
-            const size_t bar = name.find('|');
-            if (bar != std::string::npos && sameWord(std::string_view(name).substr(bar + 1), piece))
-                return field;
+    // The whole-value names dataspaceName() gives, then field values alone.
+    for (const zcam::DataspaceWord& word : zcam::dataspaceWordTable()) {
+        if (word.namer != zcam::DataspaceNamer::kSetterOnly && sameWord(word.name, piece)) {
+            return static_cast<uint32_t>(word.value);
         }
+    }
+    for (const zcam::DataspaceFieldWord& word : zcam::dataspaceFieldWordTable()) {
+        if (sameWord(word.name, piece)) return word.value;
     }
     return std::nullopt;
 }
@@ -213,9 +84,8 @@ std::optional<int32_t> parseFormat(std::string_view text) {
         if (*number > INT32_MAX) return std::nullopt;
         return static_cast<int32_t>(*number);
     }
-    for (int32_t format : kFormatCandidates) {
-        const std::string name = zcam::pixelFormatName(format);
-        if (!name.empty() && sameWord(name, text)) return format;
+    for (const zcam::PixelFormatInfo& info : zcam::pixelFormatTable()) {
+        if (sameWord(info.name, text)) return info.format;
     }
     return std::nullopt;
 }
@@ -227,7 +97,7 @@ std::optional<uint32_t> parseUsage(std::string_view text) {
             bits |= *number;
             return true;
         }
-        for (const UsageWord& word : kUsageWords) {
+        for (const zcam::UsageWord& word : zcam::usageWordTable()) {
             if (sameWord(word.name, piece)) {
                 bits |= word.bits;
                 return true;
@@ -255,8 +125,10 @@ uint32_t usageBitsNamed(uint32_t usage) {
     uint32_t named = 0;
     // The name is "0" followed by "|PIECE" for each piece.
     forEachPiece(name, [&](std::string_view piece) {
-        for (const UsageWord& word : kUsageWords) {
-            if (piece == word.name) named |= word.bits;
+        for (const zcam::UsageWord& word : zcam::usageWordTable()) {
+            if (word.kind != zcam::UsageWordKind::kNotShown && piece == word.name) {
+                named |= word.bits;
+            }
         }
         return true;
     });
@@ -301,16 +173,14 @@ std::string quoted(std::string_view text) {
 
 std::vector<std::string> formatNames() {
     std::vector<std::string> names;
-    for (int32_t format : kFormatCandidates) {
-        std::string name = zcam::pixelFormatName(format);
-        if (!name.empty()) names.push_back(std::move(name));
-    }
+    for (const zcam::PixelFormatInfo& info : zcam::pixelFormatTable())
+        names.emplace_back(info.name);
     return names;
 }
 
 std::vector<std::string> usageWords() {
     std::vector<std::string> words;
-    for (const UsageWord& word : kUsageWords) words.emplace_back(word.name);
+    for (const zcam::UsageWord& word : zcam::usageWordTable()) words.emplace_back(word.name);
     return words;
 }
 

@@ -37,7 +37,8 @@ uint32_t usageBitsNamed(uint32_t usage);
 
 // "0x" and lower-case hexadecimal digits.
 std::string hex(uint32_t value);
-// A format as people read it: "NV12 (0x1000)", or just the number when the library has no name.
+// A format as people read it: "YCrCb_420_SP (0x11)", or just the number when the library has
+// no name.
 std::string formatText(int32_t format);
 // "0x60003 (0|SW_READ_OFTEN|HW_CAMERA_ZSL)".
 std::string usageText(uint32_t usage);

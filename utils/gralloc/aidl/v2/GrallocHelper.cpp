@@ -16,6 +16,7 @@
 #include "GrallocAllocatorAidlV2.h"
 #include "GrallocHelperInternal.h"
 #include "GrallocMapperAidlV2.h"
+#include "GrallocVocabulary.h"
 #include "logging/GrallocLog.h"
 
 namespace GrallocAidlV2 {
@@ -51,11 +52,10 @@ constexpr uint32_t kColorSpaceBt709Full = 0x80000000;
 constexpr uint32_t kColorSpaceBt2020Limited = 0xA0000000;
 constexpr uint32_t kColorSpaceBt2020Full = 0xC0000000;
 
-// Legacy whole dataspace values of the HAL (not in the AIDL Dataspace enum).
-constexpr int kLegacyDataspaceJfif = 0x101;
-constexpr int kLegacyDataspaceBt601_625 = 0x102;
-constexpr int kLegacyDataspaceBt601_525 = 0x103;
-constexpr int kLegacyDataspaceBt709 = 0x104;
+using zcam::kDataspaceLegacyBt601_525;
+using zcam::kDataspaceLegacyBt601_625;
+using zcam::kDataspaceLegacyBt709;
+using zcam::kDataspaceLegacyJfif;
 
 constexpr uint32_t toBits(Dataspace value) {
     return static_cast<uint32_t>(value);
@@ -414,23 +414,23 @@ int GrallocHelperAidlV2Imp::setColorspace(buffer_handle_t buffer, int dataspace)
     const bool bt601 = standard == toBits(Dataspace::STANDARD_BT601_625) ||
                        standard == toBits(Dataspace::STANDARD_BT601_625_UNADJUSTED) ||
                        standard == toBits(Dataspace::STANDARD_BT601_525_UNADJUSTED) ||
-                       dataspace == kLegacyDataspaceJfif ||
-                       dataspace == kLegacyDataspaceBt601_625 ||
-                       dataspace == kLegacyDataspaceBt601_525;
+                       dataspace == kDataspaceLegacyJfif ||
+                       dataspace == kDataspaceLegacyBt601_625 ||
+                       dataspace == kDataspaceLegacyBt601_525;
     const bool bt709 =
-            dataspace == kLegacyDataspaceBt709 || standard == toBits(Dataspace::STANDARD_BT709);
+            dataspace == kDataspaceLegacyBt709 || standard == toBits(Dataspace::STANDARD_BT709);
     const bool bt2020 = standard == toBits(Dataspace::STANDARD_BT2020) ||
                         standard == toBits(Dataspace::STANDARD_BT2020_CONSTANT_LUMINANCE);
 
     uint32_t value;
-    if (bt601 && (full || dataspace == kLegacyDataspaceJfif)) {
+    if (bt601 && (full || dataspace == kDataspaceLegacyJfif)) {
         value = kColorSpaceBt601Full;
-    } else if (bt601 && (limited || dataspace == kLegacyDataspaceBt601_625 ||
-                         dataspace == kLegacyDataspaceBt601_525)) {
+    } else if (bt601 && (limited || dataspace == kDataspaceLegacyBt601_625 ||
+                         dataspace == kDataspaceLegacyBt601_525)) {
         value = kColorSpaceBt601Limited;
     } else if (bt709 && full) {
         value = kColorSpaceBt709Full;
-    } else if (bt709 && (limited || dataspace == kLegacyDataspaceBt709)) {
+    } else if (bt709 && (limited || dataspace == kDataspaceLegacyBt709)) {
         value = kColorSpaceBt709Limited;
     } else if (bt2020 && full) {
         value = kColorSpaceBt2020Full;

@@ -1,7 +1,7 @@
 // Layout derivation: a buffer's gralloc-extension attributes (and, for two YUV formats, one CPU
 // lock) turned into its plane layout, with consistency checks.
+#include <GrallocFormats.h>
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
-#include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <android/hardware/graphics/mapper/IMapper.h>
 #include <android/log.h>
 #include <android/sync.h>
@@ -22,13 +22,12 @@ namespace GrallocAidlV2 {
 namespace {
 
 using aidl::android::hardware::graphics::common::BufferUsage;
-using aidl::android::hardware::graphics::common::PixelFormat;
 using layout::alignUp32;
 using layout::kRowAlignment;
+using zcam::LayoutFamily;
+using zcam::PixelFormatInfo;
+using zcam::SinglePlaneRule;
 
-constexpr int32_t toInt(PixelFormat format) {
-    return static_cast<int32_t>(format);
-}
 constexpr uint32_t toBits(BufferUsage usage) {
     return static_cast<uint32_t>(usage);
 }
@@ -176,48 +175,11 @@ void setSinglePlane(MyStaticInfo& info, const Geometry& g, size_t stride, size_t
     checkPlaneSize(info, 0, g.rows);
 }
 
-// The single-plane formats: the row stride is the pixel stride times the bytes per pixel.
-enum class SinglePlaneRule : uint8_t {
-    kPlain,
-    // Opaque camera formats: the pixel stride rounded up to 32, with no packing factor.
-    kZslAligned,
-    // Packed YUV: warns about a stride off 32 and a plane of fewer than 16 rows.
-    kPackedYuv,
-};
-
-struct SinglePlaneFormat {
-    int32_t format;
-    size_t bytesPerPixel;
-    SinglePlaneRule rule;
-};
-
-constexpr SinglePlaneFormat kSinglePlaneFormats[] = {
-        {toInt(PixelFormat::RGBA_8888), 4, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::BGRA_8888), 4, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::RGB_888), 3, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::RGB_565), 2, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::RAW16), 2, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::Y16), 2, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::BLOB), 1, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::RAW_OPAQUE), 1, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::RAW10), 1, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::Y8), 1, SinglePlaneRule::kPlain},
-        {toInt(PixelFormat::IMPLEMENTATION_DEFINED), 1, SinglePlaneRule::kZslAligned},
-        {zcam::kPixelFormatCameraOpaque, 1, SinglePlaneRule::kZslAligned},
-        {toInt(PixelFormat::YCBCR_422_I), 2, SinglePlaneRule::kPackedYuv},
-};
-
-const SinglePlaneFormat* findSinglePlaneFormat(int32_t format) {
-    for (const auto& entry : kSinglePlaneFormats) {
-        if (entry.format == format) return &entry;
-    }
-    return nullptr;
-}
-
-void deriveSinglePlane(const SinglePlaneFormat& entry, const Geometry& g, MyStaticInfo& info) {
+void deriveSinglePlane(const PixelFormatInfo& entry, const Geometry& g, MyStaticInfo& info) {
     switch (entry.rule) {
+        case SinglePlaneRule::kNotSinglePlane:
         case SinglePlaneRule::kPlain:
-            setSinglePlane(info, g, entry.bytesPerPixel * g.stride, g.allocSize);
+            setSinglePlane(info, g, entry.bytesPerSample * g.stride, g.allocSize);
             break;
         case SinglePlaneRule::kZslAligned:
             ZLOGD_FN(kStaticInfoFunction, "[%s] only in zsl mode: %#x(%s)", entry.format,
@@ -225,7 +187,7 @@ void deriveSinglePlane(const SinglePlaneFormat& entry, const Geometry& g, MyStat
             setSinglePlane(info, g, alignUp32(g.stride), g.allocSize);
             break;
         case SinglePlaneRule::kPackedYuv: {
-            setSinglePlane(info, g, entry.bytesPerPixel * g.stride, g.allocSize);
+            setSinglePlane(info, g, entry.bytesPerSample * g.stride, g.allocSize);
             const size_t stride = info.planes[0].rowStrideInBytes;
             const size_t size = info.planes[0].sizeInBytes;
             if (stride % kRowAlignment != 0) {
@@ -289,29 +251,12 @@ void deriveSemiPlanar420(const Geometry& g, MyStaticInfo& info) {
     }
 }
 
-// P010: 16-bit samples, luma then interleaved chroma, both from the stride and height.
-void deriveP010(const Geometry& g, MyStaticInfo& info) {
-    const size_t rowBytes = 2 * g.stride;
-    if (g.afbc) {
-        setSinglePlane(info, g, rowBytes, g.allocSize);
-        if (g.usage & kUsageSmvr) {
-            const size_t before = keepOneFrameOfBatch(g, info);
-            ZLOGD_FN(kStaticInfoFunction,
-                     "[%s] Extra-info(producerUsage=%u, %dx%d, plane-crcb(sib-ori=%zu, "
-                     "sib-adjusted=%lu), extra.allocSize=%zu, batch=%d",
-                     info.producerUsage, g.width, g.height, before,
-                     static_cast<unsigned long>(info.planes[0].sizeInBytes), g.allocSize,
-                     static_cast<int>(info.batchNum));
-        }
-        return;
-    }
-    setLumaAndChroma(info, g, rowBytes, layout::product64(g.stride32, g.height32) * 2,
-                     layout::p010ChromaSize(g.stride32, g.height32));
-}
-
-// NV12: luma then interleaved chroma, from the signed stride and height.
-void deriveNV12(const Geometry& g, MyStaticInfo& info) {
-    const size_t rowBytes = layout::toSize(g.stride32);
+// NV12 and P010: luma then interleaved chroma of half the rows, both from the stride and height.
+// P010's row stride is read from the unsigned stride attribute, NV12's from the signed one: the
+// two differ only for a stride past INT32_MAX, where each keeps the value its rule gives.
+void deriveTwoPlane420(const PixelFormatInfo& entry, const Geometry& g, MyStaticInfo& info) {
+    const size_t bytes = entry.bytesPerSample;
+    const size_t rowBytes = bytes == 1 ? layout::toSize(g.stride32) : bytes * g.stride;
     if (g.afbc) {
         setSinglePlane(info, g, rowBytes, g.allocSize);
         if (g.usage & kUsageSmvr) {
@@ -324,8 +269,8 @@ void deriveNV12(const Geometry& g, MyStaticInfo& info) {
         }
         return;
     }
-    setLumaAndChroma(info, g, rowBytes, layout::product64(g.stride32, g.height32),
-                     layout::nv12ChromaSize(g.stride32, g.height32));
+    setLumaAndChroma(info, g, rowBytes, layout::product64(g.stride32, g.height32) * bytes,
+                     layout::twoPlane420ChromaSize(g.stride32, g.height32, entry.bytesPerSample));
 }
 
 // YV12: planes Y, Cr, Cb as they lie in memory.
@@ -406,26 +351,30 @@ int queryStaticInfo(buffer_handle_t buffer, MyStaticInfo& info) {
                      info.batchNum > 1 ? info.batchNum : 1,
                      info.isAFBC};
     const int32_t format = extra.format;
-    if (const SinglePlaneFormat* entry = findSinglePlaneFormat(format)) {
-        deriveSinglePlane(*entry, g, info);
-    } else if (format == toInt(PixelFormat::YCRCB_420_SP)) {
-        deriveSemiPlanar420(g, info);
-    } else if (format == toInt(PixelFormat::YCBCR_P010)) {
-        deriveP010(g, info);
-    } else if (format == zcam::kPixelFormatNV12) {
-        deriveNV12(g, info);
-    } else if (format == toInt(PixelFormat::YV12)) {
-        deriveYV12(g, info);
-    } else if (format == toInt(PixelFormat::YCBCR_420_888)) {
-        // A flexible format: the allocator must have resolved it for a real buffer.
-        ZLOGE_AT(kLogLineFlexibleFormat,
-                 "[%s] format from gralloc_extra_query should not be: %#x(%s)", format,
-                 gQueryPixelFormatName(format).c_str());
-        return android::UNKNOWN_ERROR;
-    } else {
-        ZLOGE_AT(kLogLineUnsupportedFormat, "[%s] Not support format: %#x(%s)", format,
-                 gQueryPixelFormatName(format).c_str());
-        return android::NAME_NOT_FOUND;
+    const PixelFormatInfo* entry = zcam::findPixelFormat(format);
+    switch (entry != nullptr ? entry->family : LayoutFamily::kNoRule) {
+        case LayoutFamily::kSinglePlane:
+            deriveSinglePlane(*entry, g, info);
+            break;
+        case LayoutFamily::kLockedSemiPlanar420:
+            deriveSemiPlanar420(g, info);
+            break;
+        case LayoutFamily::kTwoPlane420:
+            deriveTwoPlane420(*entry, g, info);
+            break;
+        case LayoutFamily::kThreePlaneYV12:
+            deriveYV12(g, info);
+            break;
+        case LayoutFamily::kFlexible:
+            // A flexible format: the allocator must have resolved it for a real buffer.
+            ZLOGE_AT(kLogLineFlexibleFormat,
+                     "[%s] format from gralloc_extra_query should not be: %#x(%s)", format,
+                     gQueryPixelFormatName(format).c_str());
+            return android::UNKNOWN_ERROR;
+        case LayoutFamily::kNoRule:
+            ZLOGE_AT(kLogLineUnsupportedFormat, "[%s] Not support format: %#x(%s)", format,
+                     gQueryPixelFormatName(format).c_str());
+            return android::NAME_NOT_FOUND;
     }
     return android::NO_ERROR;
 }

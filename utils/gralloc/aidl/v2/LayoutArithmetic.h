@@ -51,14 +51,11 @@ constexpr int32_t smvrSemiPlanarFrameSize(int32_t width, int32_t height) {
     return sum32Wrapping(luma, luma >> 1);
 }
 
-// P010 chroma plane: (s × h × 2) / 2 in 32-bit arithmetic, so the product's top bit is lost.
-constexpr size_t p010ChromaSize(int32_t stride, int32_t height) {
-    return toSize(product32Wrapping(product32Wrapping(stride, height), 2) / 2);
-}
-
-// NV12 chroma plane: the 32-bit product s × h, halved by an arithmetic shift.
-constexpr size_t nv12ChromaSize(int32_t stride, int32_t height) {
-    return toSize(product32Wrapping(stride, height) >> 1);
+// Chroma plane of a two-plane 4:2:0 format with `bytesPerSample`-byte samples: (s × h × b) / 2
+// in 32-bit arithmetic, the products wrapping. For 1-byte samples the halving is an arithmetic
+// shift; for wider ones the wrapped product is even, where the shift and a division agree.
+constexpr size_t twoPlane420ChromaSize(int32_t stride, int32_t height, int32_t bytesPerSample) {
+    return toSize(product32Wrapping(product32Wrapping(stride, height), bytesPerSample) >> 1);
 }
 
 // YV12 chroma plane of a buffer that cannot be locked: (h / 2) × (s / 2) in 32 bits.

@@ -1,0 +1,24 @@
+// gralloc-layout's exit codes, for the program, its command line and its tests.
+#pragma once
+
+namespace zyncam::tools {
+
+// Exit codes of gralloc-layout.
+enum ExitCode : int {
+    kExitOk = 0,
+    // A request was not answered (the query failed, or was refused because the library would
+    // end the process on it), or the allocator service or the mapper library is missing.
+    kExitNotAnswered = 1,
+    // The command line or a request file is malformed.
+    kExitBadInput = 2,
+    // names: the library has no name for the value (or part of it), or none is named so.
+    kExitUnnamed = 3,
+    // --strict: the library warned while it derived a layout.
+    kExitWarned = 4,
+    // --compare: the two profiles lay out at least one request differently.
+    kExitDiffer = 5,
+    // verify: the helper, the mapper's metadata and a CPU lock disagree on at least one request.
+    kExitDisagree = 6,
+};
+
+}  // namespace zyncam::tools
