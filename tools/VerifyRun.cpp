@@ -134,14 +134,18 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Verdi
             << formatText(v.format) << "\n";
         out << "  " << std::left << std::setw(kCheckWidth) << "check" << std::setw(kFieldWidth)
             << "field";
+        // The last column is not padded: no line ends in blanks.
         for (size_t s = 0; s < kSourceCount; ++s) {
-            out << std::setw(kFigureWidth) << sourceName(static_cast<Source>(s));
+            out << std::setw(s + 1 < kSourceCount ? kFigureWidth : 0)
+                << sourceName(static_cast<Source>(s));
         }
         out << "\n";
         for (const Finding& f : v.findings) {
             out << "  " << std::setw(kCheckWidth) << f.check << std::setw(kFieldWidth) << f.field;
-            for (const auto& figure : f.figures)
-                out << std::setw(kFigureWidth) << figureText(figure);
+            for (size_t s = 0; s < kSourceCount; ++s) {
+                out << std::setw(s + 1 < kSourceCount ? kFigureWidth : 0)
+                    << figureText(f.figures[s]);
+            }
             out << "\n";
         }
         out << std::right;
