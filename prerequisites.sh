@@ -11,8 +11,8 @@ set -euo pipefail
 
 declare -A group_packages=(
     # configure, build and run gralloc-layout: the simulator reads device profiles with jsoncpp,
-    # the tool writes JSON with it
-    [tool]="cmake ninja-build g++ pkg-config libjsoncpp-dev"
+    # the tool writes JSON with it; the simulated mapper takes DRM fourccs from libdrm's header
+    [tool]="cmake ninja-build g++ pkg-config libjsoncpp-dev libdrm-dev"
     # the GoogleTest suites and the python3 checks among them
     [tests]="libgtest-dev libgmock-dev python3"
     # the benchmarks (the default preset builds them) and the start-up comparison
@@ -22,6 +22,8 @@ declare -A group_packages=(
     # the real Android platform headers Debian packages, and the 32-bit build of the check
     [real-headers]="g++-multilib android-liblog-dev android-libcutils-dev android-libutils-dev
         android-platform-system-core-headers"
+    # Android.bp without a platform tree: Blueprint's formatter, and python3 for the module check
+    [android-bp]="blueprint-tools python3"
 )
 # What a group brings with it: the default workflow builds the tool, the tests and the benchmarks.
 declare -A group_needs=(
@@ -30,8 +32,9 @@ declare -A group_needs=(
     [bench]="tool"
     [presets]="tool tests bench"
     [real-headers]=""
+    [android-bp]=""
 )
-group_order=(tool tests bench presets real-headers)
+group_order=(tool tests bench presets real-headers android-bp)
 
 usage() {
     echo "usage: $0 [--print] [GROUP ...] | --list; groups: ${group_order[*]} all" >&2

@@ -26,7 +26,7 @@ for header in "${skipped[@]}"; do
     echo "#include \"$PWD/host/include/$header\"" >"$work/overlay/$header"
 done
 
-# What the library exports on a device: IMapper.h and ARect (libimapper_stablec, libarect), which
+# What the library exports on a device: IMapper.h and ARect (libimapper_stablec, libarect_headers), which
 # Debian lacks, so the stand-ins stand for them; cutils/native_handle.h (libcutils), the real one.
 exported="$work/exported"
 for header in android/hardware/graphics/mapper/IMapper.h android/rect.h; do

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
+#include <string_view>
 
 #include "SimBuffer.h"
 #include "SimControl.h"
@@ -32,8 +34,8 @@ Resolution resolve(const BufferDescriptorInfo& d) {
 }
 
 // The memory of a new buffer laid out by `r`, with what an exact answer fixes.
-bool createBuffer(const Resolution& r, int* pixels, int* metadata) {
-    if (!createBufferMemory(*r.desc, pixels, metadata)) return false;
+bool createBuffer(const Resolution& r, std::string_view name, int* pixels, int* metadata) {
+    if (!createBufferMemory(*r.desc, name, pixels, metadata)) return false;
     if (r.exact && !writeExactMetadata(*metadata, *r.exact)) {
         close(*pixels);
         close(*metadata);
@@ -66,13 +68,16 @@ public:
         Resolution resolution = resolve(descriptor);
         if (!resolution.desc) return error(resolution.error);
         BufferDesc* desc = &*resolution.desc;
+        // The name ends at its first NUL, and at the last byte whatever the caller sent.
+        const auto* nameBytes = reinterpret_cast<const char*>(descriptor.name.data());
+        const std::string_view name(nameBytes, strnlen(nameBytes, descriptor.name.size() - 1));
         AllocationResult out;
         out.stride = desc->stride;
         const int32_t made = std::max(0, count - std::max(0, shortfall));
         for (int32_t i = 0; i < made; ++i) {
             desc->id = nextBufferId();
             int pixels = -1, metadata = -1;
-            if (!createBuffer(resolution, &pixels, &metadata)) {
+            if (!createBuffer(resolution, name, &pixels, &metadata)) {
                 return error(AllocationError::NO_RESOURCES);
             }
             native_handle_t* h = encodeHandle(*desc, pixels, metadata);
@@ -121,7 +126,7 @@ native_handle_t* createRawBuffer(int32_t width, int32_t height, int32_t format, 
     int pixels = -1, metadata = -1;
     if (!resolution.desc) return nullptr;
     resolution.desc->id = nextBufferId();
-    if (!createBuffer(resolution, &pixels, &metadata)) return nullptr;
+    if (!createBuffer(resolution, {}, &pixels, &metadata)) return nullptr;
     if (outStride != nullptr) *outStride = resolution.desc->stride;
     return encodeHandle(*resolution.desc, pixels, metadata);
 }

@@ -1,7 +1,9 @@
 // The device profile at work: how the simulated allocator lays out one request, by the profile's
 // exact answers first and its rules otherwise (host/profiles/README.md). Every size is computed
 // in unsigned 64-bit arithmetic that notices overflow, so no request can wrap a stride or a size.
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
+#include <drm_fourcc.h>
 
 #include <algorithm>
 #include <cstring>
@@ -281,6 +283,47 @@ std::vector<PlaneLayout> planeLayouts(const BufferDesc& d) {
         offset = end;
     }
     return planes;
+}
+
+namespace {
+
+using aidl::android::hardware::graphics::common::PixelFormat;
+
+constexpr int32_t kFormatNv12 = 0x1000;  // the vendor's NV12
+
+struct Fourcc {
+    int32_t format;
+    uint32_t fourcc;
+};
+// DRM names bytes from the least significant end: RGBA_8888 (R in the first byte) is ABGR8888.
+// One-channel formats (Y8, Y16, RAW16, BLOB) are DRM's single-channel R formats.
+constexpr Fourcc kFourccs[] = {
+        {static_cast<int32_t>(PixelFormat::RGBA_8888), DRM_FORMAT_ABGR8888},
+        {static_cast<int32_t>(PixelFormat::RGBX_8888), DRM_FORMAT_XBGR8888},
+        {static_cast<int32_t>(PixelFormat::BGRA_8888), DRM_FORMAT_ARGB8888},
+        {static_cast<int32_t>(PixelFormat::RGB_888), DRM_FORMAT_BGR888},
+        {static_cast<int32_t>(PixelFormat::RGB_565), DRM_FORMAT_RGB565},
+        {static_cast<int32_t>(PixelFormat::RGBA_FP16), DRM_FORMAT_ABGR16161616F},
+        {static_cast<int32_t>(PixelFormat::RGBA_1010102), DRM_FORMAT_ABGR2101010},
+        {static_cast<int32_t>(PixelFormat::RAW16), DRM_FORMAT_R16},
+        {static_cast<int32_t>(PixelFormat::Y8), DRM_FORMAT_R8},
+        {static_cast<int32_t>(PixelFormat::Y16), DRM_FORMAT_R16},
+        {static_cast<int32_t>(PixelFormat::BLOB), DRM_FORMAT_R8},
+        {static_cast<int32_t>(PixelFormat::YCBCR_422_I), DRM_FORMAT_YUYV},
+        {static_cast<int32_t>(PixelFormat::YCBCR_422_SP), DRM_FORMAT_NV16},
+        {static_cast<int32_t>(PixelFormat::YCRCB_420_SP), DRM_FORMAT_NV21},
+        {kFormatNv12, DRM_FORMAT_NV12},
+        {static_cast<int32_t>(PixelFormat::YCBCR_P010), DRM_FORMAT_P010},
+        {static_cast<int32_t>(PixelFormat::YV12), DRM_FORMAT_YVU420},
+};
+
+}  // namespace
+
+uint32_t drmFourcc(int32_t format) {
+    for (const Fourcc& f : kFourccs) {
+        if (f.format == format) return f.fourcc;
+    }
+    return DRM_FORMAT_INVALID;
 }
 
 bool writeExactMetadata(int metadataFd, const profile::ExactAnswer& a) {

@@ -235,6 +235,7 @@ bool isStored(const BufferDesc& d, int64_t type) {
     switch (static_cast<T>(type)) {
         case T::PLANE_LAYOUTS:
             return d.exactAnswer;
+        case T::NAME:
         case T::DATASPACE:
         case T::BLEND_MODE:
         case T::SMPTE2086:
@@ -254,6 +255,15 @@ SharedMetadata* storedMetadata(buffer_handle_t buffer, Imported& b) {
     return b.metadata;
 }
 
+// The standard ExtendableTypes' NONE values: a buffer of this gralloc is never compressed in a
+// standard way, interlaced, or chroma-sited.
+constexpr const char* kCompressionName = "android.hardware.graphics.common.Compression";
+constexpr const char* kInterlacedName = "android.hardware.graphics.common.Interlaced";
+constexpr const char* kChromaSitingName = "android.hardware.graphics.common.ChromaSiting";
+constexpr int64_t kExtendableNone = 0;
+// The modifier stays linear: whether a buffer is AFBC-compressed, the gralloc extension reports.
+constexpr uint64_t kModifierLinear = 0;
+
 // `m` is the buffer's stored metadata, present when the type is kept there.
 int32_t encodeStandard(const BufferDesc& d, const SharedMetadata* m, int64_t type, void* dest,
                        size_t size) {
@@ -264,7 +274,8 @@ int32_t encodeStandard(const BufferDesc& d, const SharedMetadata* m, int64_t typ
             result = encode<T::BUFFER_ID>(d.id, dest, size);
             break;
         case T::NAME:
-            result = encode<T::NAME>(std::string(), dest, size);
+            result = encode<T::NAME>(std::string(m->name, strnlen(m->name, kNameCapacity - 1)),
+                                     dest, size);
             break;
         case T::WIDTH:
             result = encode<T::WIDTH>(d.width, dest, size);
@@ -279,8 +290,11 @@ int32_t encodeStandard(const BufferDesc& d, const SharedMetadata* m, int64_t typ
             result = encode<T::PIXEL_FORMAT_REQUESTED>(common::PixelFormat(d.requestedFormat), dest,
                                                        size);
             break;
+        case T::PIXEL_FORMAT_FOURCC:
+            result = encode<T::PIXEL_FORMAT_FOURCC>(drmFourcc(d.format), dest, size);
+            break;
         case T::PIXEL_FORMAT_MODIFIER:
-            result = encode<T::PIXEL_FORMAT_MODIFIER>(0, dest, size);
+            result = encode<T::PIXEL_FORMAT_MODIFIER>(kModifierLinear, dest, size);
             break;
         case T::USAGE:
             result = encode<T::USAGE>(common::BufferUsage(d.usage), dest, size);
@@ -292,12 +306,13 @@ int32_t encodeStandard(const BufferDesc& d, const SharedMetadata* m, int64_t typ
             result = encode<T::PROTECTED_CONTENT>((d.usage & kUsageProtected) ? 1 : 0, dest, size);
             break;
         case T::COMPRESSION:
-            result = encode<T::COMPRESSION>({"android.hardware.graphics.common.Compression", 0},
-                                            dest, size);
+            result = encode<T::COMPRESSION>({kCompressionName, kExtendableNone}, dest, size);
             break;
         case T::INTERLACED:
-            result = encode<T::INTERLACED>({"android.hardware.graphics.common.Interlaced", 0}, dest,
-                                           size);
+            result = encode<T::INTERLACED>({kInterlacedName, kExtendableNone}, dest, size);
+            break;
+        case T::CHROMA_SITING:
+            result = encode<T::CHROMA_SITING>({kChromaSitingName, kExtendableNone}, dest, size);
             break;
         case T::PLANE_LAYOUTS: {
             auto layouts = withControl([](Control& c) { return c.faults.planeLayouts; });
@@ -527,12 +542,14 @@ AIMapper_Error listSupportedMetadataTypes(const AIMapper_MetadataTypeDescription
             describe(T::HEIGHT, false),
             describe(T::LAYER_COUNT, false),
             describe(T::PIXEL_FORMAT_REQUESTED, false),
+            describe(T::PIXEL_FORMAT_FOURCC, false),
             describe(T::PIXEL_FORMAT_MODIFIER, false),
             describe(T::USAGE, false),
             describe(T::ALLOCATION_SIZE, false),
             describe(T::PROTECTED_CONTENT, false),
             describe(T::COMPRESSION, false),
             describe(T::INTERLACED, false),
+            describe(T::CHROMA_SITING, false),
             describe(T::PLANE_LAYOUTS, false),
             describe(T::CROP, false),
             describe(T::DATASPACE, true),

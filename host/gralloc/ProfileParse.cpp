@@ -26,6 +26,7 @@ using profile::member;
 // Bounds that keep every derived number far from overflow and every profile plausible.
 constexpr int64_t kMaxAlignment = 4096;
 constexpr int64_t kMaxBitsPerPixel = 256;
+constexpr int64_t kVariableSizeInBits = -1;
 constexpr int64_t kMaxSubsampling = 16;
 constexpr int64_t kMaxFrames = 255;  // the handle carries the frame count in 8 bits
 constexpr int64_t kMaxBlockSize = 256;
@@ -256,7 +257,10 @@ private:
             c.type = r.integer(type, element(path, 0), 1, kInt64Max).value_or(0);
         }
         c.offsetInBits = r.integer(v[1], element(path, 1), 0, kMaxBitsPerPixel).value_or(0);
-        c.sizeInBits = r.integer(v[2], element(path, 2), 1, kMaxBitsPerPixel).value_or(0);
+        // -1: no size per sample, as for packed RAW data.
+        c.sizeInBits = r.integer(v[2], element(path, 2), kVariableSizeInBits, kMaxBitsPerPixel)
+                               .value_or(0);
+        if (c.sizeInBits == 0) r.fail(element(path, 2), "must be -1 (variable) or at least 1");
         return c;
     }
 

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -45,7 +46,6 @@ uint64_t join(int32_t l, int32_t h) {
 }
 
 constexpr size_t kMetadataSize = (sizeof(SharedMetadata) + 4095) / 4096 * 4096;
-constexpr int32_t kBlendModeNone = 1;
 
 // Reads or writes one field of a buffer's metadata through its descriptor.
 template <typename T>
@@ -57,6 +57,14 @@ template <typename T>
 bool writeField(int fd, size_t offset, const T& value) {
     return pwrite(fd, &value, sizeof(value), static_cast<off_t>(offset)) ==
            static_cast<ssize_t>(sizeof(value));
+}
+
+// The name stays NUL-terminated whatever the caller sent.
+bool writeName(int fd, std::string_view name) {
+    const size_t length = std::min(name.size(), kNameCapacity - 1);
+    return length == 0 ||
+           pwrite(fd, name.data(), length, static_cast<off_t>(offsetof(SharedMetadata, name))) ==
+                   static_cast<ssize_t>(length);
 }
 
 }  // namespace
@@ -160,9 +168,11 @@ bool readExactUsages(int fd, uint32_t* consumerUsage, uint32_t* producerUsage) {
     return true;
 }
 
-// memfd pages start zeroed, which is every field's initial value but these; writing them through
-// the descriptor spares a mapping (and the TLB flush of its unmapping) per buffer.
-bool createBufferMemory(const BufferDesc& d, int* outPixelFd, int* outMetadataFd) {
+// memfd pages start zeroed, which is every field's initial value but these (a blend mode nobody
+// set is BlendMode::INVALID, 0); writing them through the descriptor spares a mapping (and the TLB
+// flush of its unmapping) per buffer.
+bool createBufferMemory(const BufferDesc& d, std::string_view name, int* outPixelFd,
+                        int* outMetadataFd) {
     int pixels = memfd_create("zyncam-gralloc", MFD_CLOEXEC);
     int metadata = memfd_create("zyncam-gralloc-metadata", MFD_CLOEXEC);
     const uint32_t status = d.afbc ? GRALLOC_EXTRA_BIT_AFBC : 0;
@@ -171,7 +181,7 @@ bool createBufferMemory(const BufferDesc& d, int* outPixelFd, int* outMetadataFd
         ftruncate(pixels, static_cast<off_t>(d.allocSize)) != 0 ||
         ftruncate(metadata, kMetadataSize) != 0 ||
         !writeField(metadata, offsetof(SharedMetadata, magic), kMagic) ||
-        !writeField(metadata, offsetof(SharedMetadata, blendMode), kBlendModeNone) ||
+        !writeName(metadata, name) ||
         !writeField(metadata,
                     offsetof(SharedMetadata, sfInfo) + offsetof(GrallocExtraSfInfo, status),
                     status)) {

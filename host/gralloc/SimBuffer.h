@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -54,6 +55,9 @@ Resolution resolve(int32_t width, int32_t height, int32_t format, uint64_t usage
 // The plane layouts that the mapper reports for a buffer.
 std::vector<aidl::android::hardware::graphics::common::PlaneLayout> planeLayouts(
         const BufferDesc& desc);
+// The DRM fourcc of a concrete format's layout; DRM_FORMAT_INVALID (0) for formats DRM has no
+// code for (packed RAW, opaque camera formats).
+uint32_t drmFourcc(int32_t format);
 
 // Handle encoding: descriptors [pixels, metadata], then kIntCount integers.
 inline constexpr int kFdCount = 2;
@@ -71,6 +75,8 @@ inline int metadataFd(const native_handle_t* handle) {
 }
 
 inline constexpr uint32_t kDynamicCapacity = 16384;
+// The allocation's name, NUL-terminated, as BufferDescriptorInfo carries it.
+inline constexpr size_t kNameCapacity = 128;
 
 // What an exact answer fixes beyond the handle's integers.
 struct ExactMetadata {
@@ -101,6 +107,7 @@ struct SharedMetadata {
     DynamicBlob smpte2094_40;
     DynamicBlob smpte2094_10;
     ExactMetadata exact;
+    char name[kNameCapacity];
 
     void lock() {
         while (spin.exchange(1, std::memory_order_acquire) != 0) {
@@ -124,8 +131,10 @@ bool writeSofTime(int fd, uint64_t time);
 // The usages an exact answer of the profile fixed for the buffer.
 bool readExactUsages(int fd, uint32_t* consumerUsage, uint32_t* producerUsage);
 
-// Creates the memory of a new buffer without mapping it; false when memory runs out.
-bool createBufferMemory(const BufferDesc& desc, int* outPixelFd, int* outMetadataFd);
+// Creates the memory of a new buffer named `name` (cut to kNameCapacity - 1 bytes) without mapping
+// it; false when memory runs out.
+bool createBufferMemory(const BufferDesc& desc, std::string_view name, int* outPixelFd,
+                        int* outMetadataFd);
 uint64_t nextBufferId();
 
 // Stores what `answer` fixes into a new buffer's metadata; false when it cannot be mapped.
