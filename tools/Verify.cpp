@@ -18,7 +18,6 @@
 
 #include "Capture.h"
 #include "FormatFacts.h"
-#include "Vocabulary.h"
 
 namespace zyncam::tools {
 
@@ -43,6 +42,8 @@ constexpr int kNoFence = -1;
 constexpr int kWaitForever = -1;
 constexpr int64_t kBitsPerByte = 8;
 constexpr int64_t kChromaSubsampling = 2;  // 4:2:0 halves both directions
+// A chroma step of two or more bytes: Cb and Cr interleave in one plane.
+constexpr size_t kInterleavedChromaStep = 2;
 constexpr size_t kAllocationSizeBytes = sizeof(int64_t);
 
 // One plane as a source states it; a figure the source does not state is empty.
@@ -144,10 +145,6 @@ void unlockAndWait(const MapperV5& mapper, const native_handle* buffer) {
         sync_wait(fence, kWaitForever);
         close(fence);
     }
-}
-
-std::string codeText(int32_t code) {
-    return std::to_string(code);
 }
 
 // A lock locates the planes of uncompressed YCbCr and single-plane buffers that the CPU may
@@ -360,7 +357,7 @@ std::optional<std::string> lockView(const MapperV5& mapper, const native_handle*
     int32_t status = mapper.lock(buffer, kLockUsage, region, kNoFence, &base, &bytesPerPixel,
                                  &bytesPerStride);
     if (status != AIMAPPER_ERROR_NONE) {
-        return "the mapper did not lock it for the CPU (" + codeText(status) + ")";
+        return "the mapper did not lock it for the CPU (" + std::to_string(status) + ")";
     }
     unlockAndWait(mapper, buffer);
     v.stated = true;
@@ -374,7 +371,7 @@ std::optional<std::string> lockView(const MapperV5& mapper, const native_handle*
     android_ycbcr ycbcr{};
     status = mapper.lock(buffer, kLockUsage, region, kNoFence, &ycbcr);
     if (status != AIMAPPER_ERROR_NONE) {
-        return "the mapper did not lock it for the CPU as YCbCr (" + codeText(status) + ")";
+        return "the mapper did not lock it for the CPU as YCbCr (" + std::to_string(status) + ")";
     }
     unlockAndWait(mapper, buffer);
     // Offsets count from the address the plain lock of the same buffer gave.
@@ -387,7 +384,7 @@ std::optional<std::string> lockView(const MapperV5& mapper, const native_handle*
     const int64_t cr = distance(base, ycbcr.cr);
     PlaneView chroma;
     chroma.stride = asFigure(ycbcr.cstride);
-    if (ycbcr.chroma_step >= kChromaSubsampling) {
+    if (ycbcr.chroma_step >= kInterleavedChromaStep) {
         chroma.offset = std::min(cb, cr);  // one plane of interleaved samples
         v.planes.push_back(chroma);
         return std::nullopt;
