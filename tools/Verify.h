@@ -100,9 +100,10 @@ void writeVerdicts(Output output, const std::vector<RequestSpec>& requests,
                    std::ostream& out);
 
 // Runs `verify` with parsed settings (settings.verify set): the requests, or the grid when
-// there are none. Returns an ExitCode: kExitOk when every request agrees, kExitDisagree when
-// any disagrees, kExitNotAnswered when a source of some request could not be obtained or the
-// platform is missing, kExitBadInput for a profile that cannot be used. Every buffer it
+// there are none. Returns an ExitCode: kExitOk when every request agrees; kExitDisagree when
+// any disagrees (whatever else failed); otherwise kExitNotAnswered when a source of some
+// request could not be obtained (one line on `err` each) or the platform is missing, and
+// kExitBadInput for a profile that cannot be used. Every buffer it
 // allocates is freed, every lock released, every fence closed, whatever fails. Not re-entrant.
 int runVerify(const Settings& settings, std::ostream& out, std::ostream& err);
 
