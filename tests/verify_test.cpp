@@ -34,6 +34,7 @@ using zyncam::tools::kExitDisagree;
 using zyncam::tools::kExitNotAnswered;
 using zyncam::tools::kExitOk;
 using PlaneLayouts = StandardMetadata<StandardMetadataType::PLANE_LAYOUTS>::value;
+using Answer = zyncam::profile::ExactAnswer;
 
 constexpr int32_t kNv12 = zcam::kPixelFormatNV12;
 constexpr int32_t kRgba = static_cast<int32_t>(PixelFormat::RGBA_8888);
@@ -43,6 +44,7 @@ constexpr int64_t kRowsRunOver = 8;      // luma rows that run into the chroma p
 constexpr int64_t kStridePadding = 256;  // bytes a stride is rounded differently by
 constexpr int64_t kBitsPerByte = 8;
 constexpr int64_t kRgbaBytes = 4;
+constexpr int64_t kPixelsShort = 64;  // a stride this many pixels narrower than the width
 
 const std::string kPlantedProfile = ZYNCAM_TEST_PROFILES_DIR "/planted-disagreements.json";
 
@@ -60,9 +62,9 @@ size_t openDescriptors() {
 struct Plant {
     const char* kind;
     int32_t width, height, format;
-    // Changes the mapper's plane layouts and the extension's allocation size; `s` is the
-    // luma stride in bytes, `h` the height.
-    std::function<void(std::vector<PlaneLayout>&, uint64_t& allocSize, int64_t s, int64_t h)> plant;
+    // Changes the mapper's plane layouts and the extension's attributes; `s` is the luma
+    // stride in bytes, `h` the height.
+    std::function<void(std::vector<PlaneLayout>&, Answer& answer, int64_t s, int64_t h)> plant;
     const char* check;
     const char* field;
     // Per source (helper, mapper, lock): the figure expected, as a function of s and h; null
@@ -76,7 +78,7 @@ const std::vector<Plant>& plants() {
              320,
              240,
              kNv12,
-             [](auto& p, uint64_t&, int64_t, int64_t) {
+             [](auto& p, Answer&, int64_t, int64_t) {
                  p[0].totalSizeInBytes += p[1].totalSizeInBytes;
                  p.resize(1);
              },
@@ -88,10 +90,10 @@ const std::vector<Plant>& plants() {
              640,
              480,
              kRgba,
-             [](auto& p, uint64_t& alloc, int64_t, int64_t h) {
+             [](auto& p, Answer& a, int64_t, int64_t h) {
                  p[0].strideInBytes += kStridePadding;
                  p[0].totalSizeInBytes = p[0].strideInBytes * h;
-                 alloc = static_cast<uint64_t>(p[0].totalSizeInBytes);
+                 a.allocSize = static_cast<uint64_t>(p[0].totalSizeInBytes);
              },
              "strideBytes",
              "planes[0].strideBytes",
@@ -102,9 +104,9 @@ const std::vector<Plant>& plants() {
              640,
              480,
              kNv12,
-             [](auto& p, uint64_t& alloc, int64_t s, int64_t) {
+             [](auto& p, Answer& a, int64_t s, int64_t) {
                  p[1].offsetInBytes += kRowsLower * s;
-                 alloc += static_cast<uint64_t>(kRowsLower * s);
+                 a.allocSize += static_cast<uint64_t>(kRowsLower * s);
              },
              "offset",
              "planes[1].offset",
@@ -115,9 +117,9 @@ const std::vector<Plant>& plants() {
              800,
              600,
              kNv12,
-             [](auto& p, uint64_t& alloc, int64_t s, int64_t) {
+             [](auto& p, Answer& a, int64_t s, int64_t) {
                  p[1].totalSizeInBytes += kRowsLower * s;
-                 alloc += static_cast<uint64_t>(kRowsLower * s);
+                 a.allocSize += static_cast<uint64_t>(kRowsLower * s);
              },
              "sizeBytes",
              "planes[1].sizeBytes",
@@ -127,7 +129,7 @@ const std::vector<Plant>& plants() {
              1280,
              720,
              kNv12,
-             [](auto&, uint64_t& alloc, int64_t s, int64_t) { alloc -= static_cast<uint64_t>(s); },
+             [](auto&, Answer& a, int64_t s, int64_t) { a.allocSize -= static_cast<uint64_t>(s); },
              "inside",
              "planes[1]",
              {[](int64_t s, int64_t h) { return s * h * 3 / 2; },
@@ -136,7 +138,7 @@ const std::vector<Plant>& plants() {
              960,
              540,
              kNv12,
-             [](auto& p, uint64_t&, int64_t, int64_t) { p[0].heightInSamples += kRowsRunOver; },
+             [](auto& p, Answer&, int64_t, int64_t) { p[0].heightInSamples += kRowsRunOver; },
              "overlap",
              "planes[0]/planes[1]",
              {nullptr, [](int64_t s, int64_t h) { return s * (h + kRowsRunOver); }, nullptr}},
@@ -144,7 +146,7 @@ const std::vector<Plant>& plants() {
              1024,
              768,
              kNv12,
-             [](auto& p, uint64_t&, int64_t s, int64_t) {
+             [](auto& p, Answer&, int64_t s, int64_t) {
                  for (auto& c : p[1].components) c.offsetInBits += kRowsLower * s * kBitsPerByte;
              },
              "offset",
@@ -152,6 +154,34 @@ const std::vector<Plant>& plants() {
              {[](int64_t s, int64_t h) { return s * h; },
               [](int64_t s, int64_t h) { return s * h; },
               [](int64_t s, int64_t h) { return s * (h + kRowsLower); }}},
+            {"a stride narrower than the width",
+             1280,
+             720,
+             kRgba,
+             [](auto& p, Answer& a, int64_t s, int64_t h) {
+                 a.stride -= kPixelsShort;
+                 p[0].strideInBytes = s - kPixelsShort * kRgbaBytes;
+                 p[0].totalSizeInBytes = p[0].strideInBytes * h;
+                 a.allocSize = static_cast<uint64_t>(p[0].totalSizeInBytes);
+             },
+             "minStride",
+             "planes[0].strideBytes",
+             {[](int64_t s, int64_t) { return s - kPixelsShort * kRgbaBytes; },
+              [](int64_t s, int64_t) { return s - kPixelsShort * kRgbaBytes; },
+              [](int64_t s, int64_t) { return s - kPixelsShort * kRgbaBytes; }}},
+            {"fewer rows than the height",
+             1920,
+             1080,
+             kRgba,
+             [](auto& p, Answer& a, int64_t s, int64_t h) {
+                 p[0].heightInSamples = h - kRowsRunOver;
+                 p[0].totalSizeInBytes = s * (h - kRowsRunOver);
+                 a.allocSize = static_cast<uint64_t>(p[0].totalSizeInBytes);
+             },
+             "minRows",
+             "planes[0].rows",
+             {[](int64_t, int64_t h) { return h - kRowsRunOver; },
+              [](int64_t, int64_t h) { return h - kRowsRunOver; }, nullptr}},
     };
     return table;
 }
@@ -186,7 +216,7 @@ Json::Value plantedProfile() {
         EXPECT_TRUE(decoded.has_value()) << plant.kind;
         if (!decoded) continue;
         std::vector<PlaneLayout>& layouts = *decoded;
-        plant.plant(layouts, answer.allocSize, layouts[0].strideInBytes, plant.height);
+        plant.plant(layouts, answer, layouts[0].strideInBytes, plant.height);
         std::vector<uint8_t> encoded(zyncam::profile::kExactPlaneLayoutsCapacity);
         encoded.resize(
                 static_cast<size_t>(PlaneLayouts::encode(layouts, encoded.data(), encoded.size())));
