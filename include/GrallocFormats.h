@@ -64,8 +64,8 @@ struct PixelFormatInfo {
     PlaneLock lock;
 };
 
-// Every format the library names, in the order its --help and name lists show them. Values and
-// names are unique.
+// Every format the library names, in the order name lists (gralloc-layout --help) show them.
+// Values and names are unique.
 std::span<const PixelFormatInfo> pixelFormatTable();
 
 // The row of `format`, or null when the library does not name it.

@@ -30,6 +30,9 @@ inline constexpr int32_t kPixelFormatSmvrBatchCompressed32 = 0x2614;
 
 // Vendor usage bit: a slow-motion batch buffer ("|SMVR" in logs).
 inline constexpr int32_t kUsageSmvr = 0x20000000;
+// The dirty-by-camera bits (0, 1, 10 and 11) of a buffer's vendor status word.
+inline constexpr int32_t kGrallocStatusDirtyCamera = 0xC03;
+
 // The legacy gralloc 2D-engine bit ("|HW_2D" in logs), which the AIDL BufferUsage leaves unnamed.
 inline constexpr int32_t kUsageHw2d = 0x400;
 

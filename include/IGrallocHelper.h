@@ -18,6 +18,16 @@
 // time. Creating another helper replaces the process-wide mapper and allocator adapters that
 // every helper uses: create helpers before sharing the library between threads.
 //
+// Buffers of the vendor attribute operations (setDirtyCamera, setColorspace, setBufferSOF,
+// setBufferStatus). The helper does not test the handle: it is passed to the gralloc extension
+// as given. A null handle, or one that was not imported in this process, is the extension's to
+// refuse; it answers with a negative value (-EINVAL on the simulated platform), which these
+// operations return.
+//
+// Slots. The numbers before the operations below are their places in the virtual table, which
+// the camera stack's binaries are built against: append new operations at the end, never
+// reorder, remove or insert.
+//
 // Ending the process. A layout derivation that must lock a buffer to learn its planes
 // (YCrCb_420_SP, and YV12 without PROTECTED usage) ends the process through
 // __android_log_assert when the mapper refuses the lock. Creating a helper ends it when the
@@ -48,11 +58,14 @@ public:
     // `request` and `staticInfo` are required and stay the caller's; *staticInfo is written
     // only on NO_ERROR.
     //
-    // Returns NO_ERROR; BAD_VALUE when `request` or `staticInfo` is null; NO_MEMORY when the
-    // probe allocation fails; NAME_NOT_FOUND when the allocated format has no layout rule;
-    // UNKNOWN_ERROR when the gralloc extension cannot describe the probe buffer, or reports
-    // the flexible YCbCr_420_888 for it. When the probe buffer's dma-buf descriptor cannot be
-    // read, the result is UNKNOWN_ERROR and the probe buffer is deliberately not freed.
+    // Returns:
+    //   NO_ERROR         *staticInfo holds the layout
+    //   BAD_VALUE        `request` or `staticInfo` is null
+    //   NO_MEMORY        the probe allocation failed
+    //   NAME_NOT_FOUND   the allocated format has no layout rule (GrallocFormats.h)
+    //   UNKNOWN_ERROR    the gralloc extension cannot describe the probe buffer, or reports the
+    //                    flexible YCbCr_420_888 for it; or the probe's dma-buf descriptor cannot
+    //                    be read, and then the probe buffer is deliberately not freed
     // Ends the process when the probe must be locked and the mapper refuses (see above).
     // Thread safety: holds the helper's lock for the whole call, probe included.
     virtual int query(const GrallocRequest* request, GrallocStaticInfo* staticInfo,
@@ -68,28 +81,44 @@ public:
     // tested for null). `dynamicInfo`: optional; the buffer's descriptor is appended to its
     // ionFds (never cleared first). That descriptor stays owned by the buffer: do not close it.
     //
-    // Returns NO_ERROR; BAD_VALUE when `buffer` is null; UNKNOWN_ERROR when the extension
-    // attributes cannot be read (nothing written) or when the descriptor cannot be read
-    // (*staticInfo already written); a failed derivation's code (NAME_NOT_FOUND,
-    // UNKNOWN_ERROR) with *staticInfo untouched.
+    // Returns:
+    //   NO_ERROR         *staticInfo holds the layout
+    //   BAD_VALUE        `buffer` is null
+    //   UNKNOWN_ERROR    the extension attributes cannot be read (nothing written); the
+    //                    descriptor cannot be read (*staticInfo already written); or the
+    //                    derivation failed so (*staticInfo untouched)
+    //   NAME_NOT_FOUND   the buffer's format has no layout rule (*staticInfo untouched)
     // Ends the process when the derivation must lock the buffer and the mapper refuses.
     // Thread safety: takes the helper's lock after reading the attributes.
     virtual int query(buffer_handle_t buffer, GrallocStaticInfo* staticInfo,
                       NSCam::GrallocDynamicInfo* dynamicInfo) const = 0;
 
-    // 4. Marks the buffer as written by the camera: setBufferStatus(buffer, 0xC03, 0xC03),
-    // through this interface. Returns what that returns.
+    // 4. Marks the buffer as written by the camera: setBufferStatus(buffer,
+    // kGrallocStatusDirtyCamera, kGrallocStatusDirtyCamera), through this interface, so an
+    // override of setBufferStatus() applies. `buffer` stays the caller's; it is not tested.
+    // Returns what setBufferStatus() returns:
+    //   0                the status word was written
+    //   negative         the extension refused the write (a null or foreign handle included)
+    // Logs nothing. No lock; any thread.
     virtual int setDirtyCamera(buffer_handle_t buffer) const = 0;
 
     // 5. Stamps the YUV colour space that `dataspace` (an Android Dataspace value, legacy values
     // included) implies into the buffer's vendor status bits, through setBufferStatus() of this
     // interface: BT.601, BT.709 or BT.2020, full or limited range. A dataspace outside these
     // families (or with its range unspecified or extended) gets BT.601 full range and an error
-    // line; that is not a failure. Returns what setBufferStatus() returns.
+    // line; that is not a failure. `buffer` stays the caller's; it is not tested.
+    // Returns what setBufferStatus() returns:
+    //   0                the colour space was written
+    //   negative         the extension refused the write (a null or foreign handle included)
+    // No lock; any thread.
     virtual int setColorspace(buffer_handle_t buffer, int dataspace) const = 0;
 
     // 6. Stores the start-of-frame time (`timestamp`, in the camera's time base) with the
-    // buffer. Returns the gralloc extension's result (0 on success). Logs nothing.
+    // buffer. `buffer` stays the caller's; it is not tested. Logs nothing.
+    // Returns the gralloc extension's result:
+    //   0                the time was stored
+    //   negative         the extension refused (a null or foreign handle included)
+    // No lock; any thread.
     virtual int setBufferSOF(buffer_handle_t buffer, unsigned long timestamp) const = 0;
 
     // 7. The log name of a pixel format ("YCbCr_420_888", "NV12", ...); empty for a format the
@@ -106,7 +135,9 @@ public:
     virtual std::string queryDataspaceName(int dataspace) const = 0;
 
     // 10. The platform's private format for an Android `format` allocated with `usage`, as the
-    // gralloc extension answers it (unchanged).
+    // gralloc extension answers it (unchanged). There is no failure value: a format the
+    // extension does not map comes back as the extension answers it (the simulated platform
+    // returns the format itself). Logs nothing. No lock; any thread.
     virtual int getGrallocExtraFormat(int format, unsigned long usage) = 0;
 
     // 11. Writes every cache entry to the debug log, in key order. Takes the helper's lock.
@@ -142,8 +173,11 @@ public:
 
     // 16. Sets the bits of `mask` in the buffer's vendor status word to those of `value`: reads
     // the buffer's SF-info record (a failed read leaves it zero), updates it, writes it back.
-    // Returns the gralloc extension's result of the write (0 on success). Not atomic: two
-    // concurrent updates of one buffer can lose one change.
+    // `buffer` stays the caller's; it is not tested. Logs nothing.
+    // Returns the gralloc extension's result of the write:
+    //   0                the record was written
+    //   negative         the extension refused the write (a null or foreign handle included)
+    // Not atomic: two concurrent updates of one buffer can lose one change.
     virtual int setBufferStatus(buffer_handle_t buffer, int mask, int value) const = 0;
 
     // 17. Empties the helper's layout cache; the next layout query of every request probes.

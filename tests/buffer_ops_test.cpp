@@ -27,7 +27,7 @@ using testkit::PixelFormat;
 
 constexpr int32_t kNV21 = fmt(PixelFormat::YCRCB_420_SP);
 // The vendor status word: dirty-by-camera bits and the colour space in the top three bits.
-constexpr uint32_t kDirtyCamera = 0xC03;
+constexpr uint32_t kDirtyCamera = zcam::kGrallocStatusDirtyCamera;
 constexpr uint32_t kColorSpaceMask = 0xE0000000;
 constexpr uint32_t kBt601Limited = 0x20000000, kBt601Full = 0x40000000, kBt709Limited = 0x60000000,
                    kBt709Full = 0x80000000, kBt2020Limited = 0xA0000000, kBt2020Full = 0xC0000000;
@@ -59,11 +59,19 @@ TEST_F(BufferOpsTest, QueryOfABufferUsesTheSharedCache) {
     NSCam::GrallocDynamicInfo dynamic;
     ASSERT_EQ(mHelper.query(first.get(), &info, &dynamic), android::NO_ERROR);
     EXPECT_EQ(log.count("[query] Not found: 640x480 YCrCb_420_SP"), 1u);
+    // The derived layout is cached under the buffer's format and size, with usage 0.
+    const zcam::IGrallocLayoutCache& cache = mHelper;
+    const std::vector<zcam::GrallocCachedLayout> entries = cache.cachedLayouts();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].key.format, kNV21);
+    EXPECT_EQ(entries[0].key.usage, 0);
+    EXPECT_EQ(entries[0].key.widthInPixels, 640);
+    EXPECT_EQ(entries[0].key.heightInPixels, 480);
     const auto locks = counters().locks;
     ASSERT_EQ(mHelper.query(second.get(), &info, &dynamic), android::NO_ERROR);
-    EXPECT_EQ(log.count("Not found"), 1u);  // the second buffer hits the cache
-    EXPECT_EQ(counters().locks, locks);     // and is not derived again
-    ASSERT_EQ(dynamic.ionFds.size(), 2u);   // appended, never cleared
+    EXPECT_EQ(cache.cachedLayoutCount(), 1u);  // the second buffer hits that entry
+    EXPECT_EQ(counters().locks, locks);        // and is not derived again
+    ASSERT_EQ(dynamic.ionFds.size(), 2u);      // appended, never cleared
     int fd = -1;
     gralloc_extra_query(second.get(), GRALLOC_EXTRA_GET_ION_FD, &fd);
     EXPECT_EQ(dynamic.ionFds[1], fd);
@@ -267,9 +275,16 @@ TEST_F(BufferOpsTest, StatusAndStartOfFrame) {
     const auto performs = counters().extraPerforms;
     EXPECT_EQ(mHelper.setBufferSOF(buffer.get(), 123456789UL), 0);
     EXPECT_EQ(counters().extraPerforms, performs + 1);
+    // A null handle, or one the extension does not know, is refused with a negative result.
     native_handle_t* bogus = native_handle_create(0, 0);
-    EXPECT_NE(mHelper.setBufferSOF(bogus, 1), 0);
-    EXPECT_NE(mHelper.setDirtyCamera(bogus), 0);
+    const buffer_handle_t handles[] = {nullptr, bogus};
+    for (buffer_handle_t handle : handles) {
+        SCOPED_TRACE(handle == nullptr ? "null handle" : "unknown handle");
+        EXPECT_LT(mHelper.setBufferStatus(handle, 0x3, 0x1), 0);
+        EXPECT_LT(mHelper.setDirtyCamera(handle), 0);
+        EXPECT_LT(mHelper.setColorspace(handle, dataspace(Dataspace::BT709)), 0);
+        EXPECT_LT(mHelper.setBufferSOF(handle, 1), 0);
+    }
     native_handle_delete(bogus);
 
     EXPECT_EQ(mHelper.getGrallocExtraFormat(fmt(PixelFormat::IMPLEMENTATION_DEFINED),

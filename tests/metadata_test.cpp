@@ -43,13 +43,20 @@ std::vector<uint8_t> hex(const char* text) {
     return bytes;
 }
 
+constexpr int32_t kNV21 = static_cast<int32_t>(common::PixelFormat::YCRCB_420_SP);
+constexpr uint64_t kCpuReadWrite = static_cast<uint64_t>(common::BufferUsage::CPU_READ_OFTEN) |
+                                   static_cast<uint64_t>(common::BufferUsage::CPU_WRITE_OFTEN);
+constexpr int32_t kP010 = static_cast<int32_t>(common::PixelFormat::YCBCR_P010);
+constexpr uint64_t kCpuReadOften = static_cast<uint64_t>(common::BufferUsage::CPU_READ_OFTEN);
+
 const std::string kHeaderName = "android.hardware.graphics.common.StandardMetadataType";
 
-std::vector<uint8_t> header(uint8_t type) {
-    std::vector<uint8_t> bytes(69, 0);
-    bytes[0] = 0x35;
-    memcpy(&bytes[8], kHeaderName.data(), kHeaderName.size());
-    bytes[61] = type;
+// The encoded header: the name's length (int64), the name, the type (int64).
+std::vector<uint8_t> header(StandardMetadataType type) {
+    std::vector<uint8_t> bytes(sizeof(int64_t) + kHeaderName.size() + sizeof(int64_t), 0);
+    bytes[0] = static_cast<uint8_t>(kHeaderName.size());
+    memcpy(&bytes[sizeof(int64_t)], kHeaderName.data(), kHeaderName.size());
+    bytes[sizeof(int64_t) + kHeaderName.size()] = static_cast<uint8_t>(type);
     return bytes;
 }
 
@@ -62,7 +69,7 @@ std::vector<uint8_t> encoded(const typename StandardMetadata<T>::value_type& v) 
 }
 
 TEST(MetadataEncodingTest, WorkedExamples) {
-    auto cta = header(0x14);
+    auto cta = header(StandardMetadataType::CTA861_3);
     auto ctaPayload = hex("00 00 7a 44 00 00 c8 43");
     cta.insert(cta.end(), ctaPayload.begin(), ctaPayload.end());
     EXPECT_EQ(encoded<StandardMetadataType::CTA861_3>(common::Cta861_3{1000.0f, 400.0f}), cta);
@@ -70,14 +77,14 @@ TEST(MetadataEncodingTest, WorkedExamples) {
 
     common::Smpte2086 smpte{{0.708f, 0.292f},   {0.170f, 0.797f}, {0.131f, 0.046f},
                             {0.3127f, 0.3290f}, 1000.0f,          0.0001f};
-    auto smpteBytes = header(0x13);
+    auto smpteBytes = header(StandardMetadataType::SMPTE2086);
     auto smptePayload =
             hex("7d 3f 35 3f 06 81 95 3e 7b 14 2e 3e 31 08 4c 3f dd 24 06 3e"
                 "7f 6a 3c 3d 37 1a a0 3e b0 72 a8 3e 00 00 7a 44 17 b7 d1 38");
     smpteBytes.insert(smpteBytes.end(), smptePayload.begin(), smptePayload.end());
     EXPECT_EQ(encoded<StandardMetadataType::SMPTE2086>(smpte), smpteBytes);
 
-    auto dv = header(0x16);
+    auto dv = header(StandardMetadataType::SMPTE2094_10);
     auto dvPayload = hex("02 00 00 00 00 00 00 00 de ad");
     dv.insert(dv.end(), dvPayload.begin(), dvPayload.end());
     EXPECT_EQ(encoded<StandardMetadataType::SMPTE2094_10>(std::vector<uint8_t>{0xde, 0xad}), dv);
@@ -86,7 +93,7 @@ TEST(MetadataEncodingTest, WorkedExamples) {
                                                                               0),
               0);
 
-    auto crop = header(0x10);
+    auto crop = header(StandardMetadataType::CROP);
     auto cropPayload =
             hex("01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 80 07 00 00 38 04 00 00");
     crop.insert(crop.end(), cropPayload.begin(), cropPayload.end());
@@ -109,14 +116,14 @@ TEST(MetadataEncodingTest, DecodeIsBoundedByTheBytesPresent) {
     EXPECT_FALSE(Stride::decode(nullptr, 0));
     EXPECT_FALSE(Cta::decode(stride.data(), stride.size()));  // wrong type in the header
 
-    auto bad = header(0x0f);
+    auto bad = header(StandardMetadataType::PLANE_LAYOUTS);
     bad[0] = 0xFF;  // header length -1 and friends
     for (int i = 1; i < 8; ++i) bad[i] = 0xFF;
     EXPECT_FALSE(Layouts::decode(bad.data(), bad.size()));
 
     // Plane counts that the bytes cannot hold fail instead of reserving memory.
     for (int64_t count : {int64_t{-1}, int64_t{1} << 40, int64_t{3}}) {
-        auto blob = header(0x0f);
+        auto blob = header(StandardMetadataType::PLANE_LAYOUTS);
         blob.resize(blob.size() + 8);
         memcpy(&blob[69], &count, 8);
         EXPECT_FALSE(Layouts::decode(blob.data(), blob.size())) << count;
@@ -251,11 +258,13 @@ TEST(MetadataEncodingTest, Nv21PlaneLayoutsMatchThePlatformBytes) {
             dlsym(library, "AIMapper_loadIMapper"));
     AIMapper* m = nullptr;
     ASSERT_EQ(load(&m), AIMAPPER_ERROR_NONE);
-    native_handle_t* raw = zyncam::sim::createRawBuffer(1920, 1080, 0x11, 0x3);
+    native_handle_t* raw = zyncam::sim::createRawBuffer(1920, 1080, kNV21, kCpuReadOften);
     buffer_handle_t buffer = nullptr;
     ASSERT_EQ(m->v5.importBuffer(raw, &buffer), AIMAPPER_ERROR_NONE);
     std::vector<uint8_t> actual(1024);
-    const int32_t size = m->v5.getStandardMetadata(buffer, 15, actual.data(), actual.size());
+    const int32_t size = m->v5.getStandardMetadata(
+            buffer, static_cast<int64_t>(StandardMetadataType::PLANE_LAYOUTS), actual.data(),
+            actual.size());
     ASSERT_EQ(size, 488);
     actual.resize(size);
     EXPECT_EQ(actual, expected);
@@ -266,7 +275,7 @@ TEST(MetadataEncodingTest, Nv21PlaneLayoutsMatchThePlatformBytes) {
 
 TEST(MapperMetadataTest, HdrMetadataIsSharedBetweenImports) {
     testkit::SimFaults faults;
-    Buffer buffer(64, 48, 0x36, 0x33);
+    Buffer buffer(64, 48, kP010, kCpuReadWrite);
     const native_handle* second = nullptr;
     ASSERT_EQ(mapper().importBuffer(buffer.get(), &second), 0);
 
@@ -313,7 +322,7 @@ TEST(MapperMetadataTest, HdrMetadataIsSharedBetweenImports) {
 TEST(MapperMetadataTest, ArgumentChecks) {
     testkit::SimFaults faults;
     testkit::LogCapture log;
-    Buffer buffer(64, 48, 0x11, 0x33);
+    Buffer buffer(64, 48, kNV21, kCpuReadWrite);
     float record[10] = {7, 7, 7, 7, 7, 7, 7, 7, 7, 7};
     struct Case {
         const native_handle* buffer;
@@ -348,7 +357,7 @@ TEST(MapperMetadataTest, ArgumentChecks) {
     }
     // A buffer without SMPTE2086 leaves the caller's record as it was.
     float fresh[10] = {7, 7, 7, 7, 7, 7, 7, 7, 7, 7};
-    Buffer other(64, 48, 0x11, 0x33);
+    Buffer other(64, 48, kNV21, kCpuReadWrite);
     EXPECT_EQ(mapper().getGrallocMeta(other.get(), GRALLOC_STANDARD_METADATA_SMPTE2086, fresh, 40),
               0);
     EXPECT_EQ(fresh[0], 7);
@@ -362,7 +371,7 @@ TEST(MapperMetadataTest, ArgumentChecks) {
 TEST(MapperMetadataTest, ReadsOfUnusualAnswers) {
     testkit::SimFaults faults;
     testkit::LogCapture log;
-    Buffer buffer(64, 48, 0x11, 0x33);
+    Buffer buffer(64, 48, kNV21, kCpuReadWrite);
     std::vector<uint8_t> big(600, 0x42);
     EXPECT_EQ(MapperMetadata::setStandardMetadata<StandardMetadataType::SMPTE2094_40>(
                       mapper(), buffer.get(), big),
@@ -403,7 +412,7 @@ TEST(MapperMetadataTest, DynamicPayloadDumpFollowsOwnLogLevel) {
     NSCam::GrallocMapperAidlV2::MapperV5 verbose(
             NSCam::GrallocAllocatorAidlV2::AllocatorAidl::createInstance());
     testkit::LogCapture log;
-    Buffer buffer(64, 48, 0x11, 0x33);
+    Buffer buffer(64, 48, kNV21, kCpuReadWrite);
     std::vector<uint8_t> payload = {0x05, 0x80};
     EXPECT_EQ(verbose.setGrallocMeta(buffer.get(), GRALLOC_STANDARD_METADATA_SMPTE2094_40, &payload,
                                      0),
@@ -419,10 +428,6 @@ TEST(MapperMetadataTest, DynamicPayloadDumpFollowsOwnLogLevel) {
               0);
     EXPECT_FALSE(log.has("Dynamic:"));  // own level 0
 }
-
-constexpr int32_t kNV21 = static_cast<int32_t>(common::PixelFormat::YCRCB_420_SP);
-constexpr uint64_t kCpuReadWrite = static_cast<uint64_t>(common::BufferUsage::CPU_READ_OFTEN) |
-                                   static_cast<uint64_t>(common::BufferUsage::CPU_WRITE_OFTEN);
 
 // The mapper accepts HDR10+ payloads longer than the extension's 224-byte record; reading one
 // back fills the record and nothing after it.

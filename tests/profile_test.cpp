@@ -18,6 +18,7 @@
 #include <zyncam_host/ProfileFormat.h>
 #include <zyncam_host/SimGralloc.h>
 
+#include "GrallocFormats.h"
 #include "GrallocHelperInternal.h"
 #include "Profile.h"
 #include "kit/GrallocKit.h"
@@ -38,9 +39,24 @@ const std::string kProfiles = ZYNCAM_PROFILES_DIR;
 const std::vector<std::string> kShipped = {"default", "soc-a64", "soc-b128"};
 
 constexpr int kAndroidLogWarn = 5;
-constexpr uint64_t kUsageProtected = 0x4000;
-constexpr int32_t kNv12 = 0x1000;
-constexpr int32_t kRgbx8888 = 0x2, kYCbCr422Sp = 0x10;  // the helper cannot derive them
+constexpr int32_t fmt(common::PixelFormat format) {
+    return static_cast<int32_t>(format);
+}
+constexpr uint64_t bits(common::BufferUsage usage) {
+    return static_cast<uint64_t>(usage);
+}
+constexpr uint64_t kUsageProtected = bits(common::BufferUsage::PROTECTED);
+constexpr uint64_t kCpuReadOften = bits(common::BufferUsage::CPU_READ_OFTEN);
+constexpr uint64_t kGpuTexture = bits(common::BufferUsage::GPU_TEXTURE);
+constexpr int32_t kNv12 = zcam::kPixelFormatNV12;
+constexpr int32_t kNV21 = fmt(common::PixelFormat::YCRCB_420_SP);
+constexpr int32_t kRaw10 = fmt(common::PixelFormat::RAW10);
+constexpr int32_t kOpaque = fmt(common::PixelFormat::IMPLEMENTATION_DEFINED);
+constexpr int32_t kY8 = fmt(common::PixelFormat::Y8);
+constexpr int32_t kY16 = fmt(common::PixelFormat::Y16);
+// The helper cannot derive them.
+constexpr int32_t kRgbx8888 = fmt(common::PixelFormat::RGBX_8888);
+constexpr int32_t kYCbCr422Sp = fmt(common::PixelFormat::YCBCR_422_SP);
 constexpr int kFullHd = 1920 * 1080;
 
 // Slow-motion batch formats: YCrCb_420_SP frames, and AFBC NV12 frames.
@@ -54,12 +70,22 @@ bool isRaw(int32_t format) {
     return format == 0x20 || format == 0x24 || format == 0x25;
 }
 
-// Every format a shipped profile lays out, by request: the concrete ones, the flexible ones and
-// the vendor batch formats.
-constexpr int32_t kRequestFormats[] = {
-        0x1,    0x2,    0x3,    0x4,    0x5,    0x10,   0x11,   0x14,       0x20,       0x21,
-        0x22,   0x23,   0x24,   0x25,   0x36,   0x111,  0x1000, 0x20203859, 0x20363159, 0x32315659,
-        0x2600, 0x2601, 0x2602, 0x2603, 0x2604, 0x2610, 0x2611, 0x2612,     0x2613,     0x2614};
+// Every format a shipped profile lays out, by request: every format the library names (the
+// concrete ones and the flexible ones) and the vendor batch formats.
+const std::vector<int32_t> kRequestFormats = [] {
+    std::vector<int32_t> formats;
+    for (const zcam::PixelFormatInfo& info : zcam::pixelFormatTable())
+        formats.push_back(info.format);
+    for (int32_t batch = zcam::kPixelFormatSmvrBatch2; batch <= zcam::kPixelFormatSmvrBatch32;
+         ++batch) {
+        formats.push_back(batch);
+    }
+    for (int32_t batch = zcam::kPixelFormatSmvrBatchCompressed2;
+         batch <= zcam::kPixelFormatSmvrBatchCompressed32; ++batch) {
+        formats.push_back(batch);
+    }
+    return formats;
+}();
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path);
@@ -251,7 +277,7 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
     EXPECT_EQ(error, "/nonexistent/soc.json: cannot be read");
     EXPECT_EQ(zyncam::sim::profileSource(), before);
     // The simulator still allocates with the profile in force.
-    testkit::Buffer buffer(640, 480, 0x11, 0x3);
+    testkit::Buffer buffer(640, 480, kNV21, kCpuReadOften);
     EXPECT_NE(buffer.get(), nullptr);
 }
 
@@ -262,19 +288,19 @@ TEST(ProfileLoadTest, ScopedProfileRestoresThePreviousOne) {
         testkit::ScopedProfile a64(kProfiles + "/soc-a64.json");
         EXPECT_EQ(zyncam::sim::profileName(), "soc-a64");
         EXPECT_EQ(zyncam::sim::profileSource(), kProfiles + "/soc-a64.json");
-        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 128);  // Y8 aligned to 64 bytes
         {
             testkit::ScopedProfile b128(kProfiles + "/soc-b128.json");
-            ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+            ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
             EXPECT_EQ(stride, 128);
-            ASSERT_EQ(allocate2(200, 100, 0x20203859, 0x3, 1, &stride), 0);
+            ASSERT_EQ(allocate2(200, 100, kY8, kCpuReadOften, 1, &stride), 0);
             EXPECT_EQ(stride, 256);
         }
         EXPECT_EQ(zyncam::sim::profileName(), "soc-a64");
     }
     EXPECT_EQ(zyncam::sim::profileName(), "default");
-    ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+    ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
     EXPECT_EQ(stride, 112);  // 16-pixel alignment
 }
 
@@ -290,9 +316,10 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     {
         testkit::ScopedProfile profile(write(capture), "capture.json");
         EXPECT_EQ(zyncam::sim::profileName(), "capture");
-        ASSERT_EQ(allocate2(64, 64, 0x1, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(64, 64, fmt(common::PixelFormat::RGBA_8888), kCpuReadOften, 1, &stride),
+                  0);
         EXPECT_EQ(stride, 80);
-        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 112);  // the built-in rules
     }
 
@@ -308,9 +335,9 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     {
         testkit::ScopedProfile profile(write(child), dir + "/child.json");
         EXPECT_EQ(zyncam::sim::profileName(), "soc-a64");
-        ASSERT_EQ(allocate2(100, 100, 0x20203859, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY8, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 256);
-        ASSERT_EQ(allocate2(100, 100, 0x20363159, 0x3, 1, &stride), 0);
+        ASSERT_EQ(allocate2(100, 100, kY16, kCpuReadOften, 1, &stride), 0);
         EXPECT_EQ(stride, 128);  // Y16 as soc-a64 lays it out
     }
 
@@ -450,20 +477,20 @@ TEST(ShippedProfileTest, ProfilesDifferInAlignmentResolutionAndRefusals) {
         int32_t rawForGpu;      // RAW10 with GPU_TEXTURE
     };
     const std::pair<std::string, Expected> cases[] = {
-            {"default", {1080, 5008, 0x32315659, 0}},
-            {"soc-a64", {1088, 5056, 0x11, 0}},
+            {"default", {1080, 5008, fmt(common::PixelFormat::YV12), 0}},
+            {"soc-a64", {1088, 5056, kNV21, 0}},
             {"soc-b128", {1088, 5120, kNv12, static_cast<int32_t>(AllocationError::UNSUPPORTED)}},
     };
     for (const auto& [name, e] : cases) {
         SCOPED_TRACE(name);
         testkit::ScopedProfile profile(kProfiles + "/" + name + ".json");
-        testkit::Buffer nv21(1920, 1080, 0x11, 0x3);
+        testkit::Buffer nv21(1920, 1080, kNV21, kCpuReadOften);
         EXPECT_EQ(observe(nv21.get()).verticalStride, e.nv21Rows);
-        testkit::Buffer raw(4000, 3000, 0x25, 0x3);
+        testkit::Buffer raw(4000, 3000, kRaw10, kCpuReadOften);
         EXPECT_EQ(observe(raw.get()).stride, e.rawStride);
-        testkit::Buffer preview(1920, 1080, 0x22, 0x100);
+        testkit::Buffer preview(1920, 1080, kOpaque, kGpuTexture);
         EXPECT_EQ(observe(preview.get()).format, e.previewFormat);
-        EXPECT_EQ(allocate2(4000, 3000, 0x25, 0x100), e.rawForGpu);
+        EXPECT_EQ(allocate2(4000, 3000, kRaw10, kGpuTexture), e.rawForGpu);
     }
 }
 
@@ -576,7 +603,8 @@ TEST(ExactAnswerTest, AnExactAnswerWinsOverTheRules) {
 
     GrallocHelperAidlV2Imp helper;
     testkit::LogCapture log;
-    zcam::GrallocRequest query{0x3, request.format, request.width, request.height, 0};
+    zcam::GrallocRequest query{static_cast<int32_t>(kCpuReadOften), request.format, request.width,
+                               request.height, 0};
     zcam::GrallocStaticInfo info;
     ASSERT_EQ(helper.query(&query, &info, false), 0);
     ASSERT_EQ(info.planes.size(), 2u);
@@ -618,7 +646,7 @@ TEST(AllocatorLimitsTest, OversizedRequestsAreRefusedForEveryFormat) {
                 SCOPED_TRACE(::testing::Message()
                              << (limited ? "" : "unlimited ") << std::hex << format << std::dec
                              << " " << c.width << "x" << c.height << "x" << c.layers);
-                const int32_t error = allocate2(c.width, c.height, format, 0x3, c.layers);
+                const int32_t error = allocate2(c.width, c.height, format, kCpuReadOften, c.layers);
                 EXPECT_TRUE(error == bad || (!limited && error == noResources)) << error;
                 if (c.width <= 0 || c.height <= 0 || c.layers != 1) continue;
                 // Through the adapter and the helper's layout query.
@@ -628,7 +656,8 @@ TEST(AllocatorLimitsTest, OversizedRequestsAreRefusedForEveryFormat) {
                                                         static_cast<common::PixelFormat>(format), 1,
                                                         0x3, &handle, &stride, 0, "limits"),
                           -12);
-                zcam::GrallocRequest request{0x3, format, c.width, c.height, 0};
+                zcam::GrallocRequest request{static_cast<int32_t>(kCpuReadOften), format, c.width,
+                                             c.height, 0};
                 zcam::GrallocStaticInfo info;
                 EXPECT_EQ(helper.query(&request, &info, false), -12);
             }
@@ -641,15 +670,17 @@ TEST(AllocatorLimitsTest, OversizedRequestsAreRefusedForEveryFormat) {
 TEST(AllocatorLimitsTest, SizeCapAndOverflowAnswerTheirOwnCodes) {
     const int32_t bad = static_cast<int32_t>(AllocationError::BAD_DESCRIPTOR);
     const int32_t noResources = static_cast<int32_t>(AllocationError::NO_RESOURCES);
-    constexpr int32_t kRgba = 0x1, kBatch32 = 0x2604;
+    constexpr int32_t kRgba = fmt(common::PixelFormat::RGBA_8888);
+    constexpr int32_t kBatch32 = zcam::kPixelFormatSmvrBatch32;
     // 16384 x 16384 x 4 bytes is exactly the default cap of 1 GiB.
-    EXPECT_EQ(allocate2(16384, 16384, kRgba, 0x3), 0);
-    EXPECT_EQ(allocate2(16384, 16384, kRgba, 0x3, 2), noResources);
-    EXPECT_EQ(allocate2(16384, 16384, kBatch32, 0x3), noResources);
+    EXPECT_EQ(allocate2(16384, 16384, kRgba, kCpuReadOften), 0);
+    EXPECT_EQ(allocate2(16384, 16384, kRgba, kCpuReadOften, 2), noResources);
+    EXPECT_EQ(allocate2(16384, 16384, kBatch32, kCpuReadOften), noResources);
     // Frames x layers x bytes beyond 64 bits.
-    EXPECT_EQ(allocate2(16384, 16384, kBatch32, 0x3, 0x7fffffff), bad);
+    EXPECT_EQ(allocate2(16384, 16384, kBatch32, kCpuReadOften, INT32_MAX), bad);
     // A format without a rule, and a refused combination.
-    EXPECT_EQ(allocate2(64, 64, 0x2605, 0x3), static_cast<int32_t>(AllocationError::UNSUPPORTED));
+    EXPECT_EQ(allocate2(64, 64, kBatch32 + 1, kCpuReadOften),
+              static_cast<int32_t>(AllocationError::UNSUPPORTED));
 }
 
 }  // namespace

@@ -9,12 +9,16 @@
 #include <zyncam_host/Platform.h>
 
 #include "GrallocHelperAidlV2Imp.h"
+#include "kit/Codes.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
 
 namespace {
 
 using GrallocAidlV2::GrallocHelperAidlV2Imp;
+using testkit::kCpuReadOften;
+
+constexpr int32_t kNV21 = testkit::fmt(testkit::PixelFormat::YCRCB_420_SP);
 
 constexpr int kRounds = 150;
 
@@ -34,7 +38,7 @@ TEST(ConcurrencyTest, QueriesDumpsAndClearsOnOneHelper) {
         zcam::GrallocStaticInfo info;
         for (int round = 0; round < kRounds; ++round) {
             const int width = 64 + 32 * ((round + seed) % 6);
-            zcam::GrallocRequest request{0x3, 0x11, width, 48, 0};
+            zcam::GrallocRequest request{kCpuReadOften, kNV21, width, 48, 0};
             if (helper.query(&request, &info, round % 17 == 0) != 0 || info.planes.size() != 2 ||
                 info.planes[0].rowStrideInBytes != static_cast<size_t>(width) ||
                 info.planes[0].sizeInBytes != static_cast<size_t>(width) * 48) {

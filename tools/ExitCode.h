@@ -3,22 +3,23 @@
 
 namespace zyncam::tools {
 
-// Exit codes of gralloc-layout.
+// Exit codes of gralloc-layout, numbered in order from 0. Scripts rely on the values: add new
+// ones at the end.
 enum ExitCode : int {
     kExitOk = 0,
     // A request was not answered (the query failed, or was refused because the library would
     // end the process on it), or the allocator service or the mapper library is missing.
-    kExitNotAnswered = 1,
+    kExitNotAnswered,
     // The command line or a request file is malformed.
-    kExitBadInput = 2,
+    kExitBadInput,
     // names: the library has no name for the value (or part of it), or none is named so.
-    kExitUnnamed = 3,
+    kExitUnnamed,
     // --strict: the library warned while it derived a layout.
-    kExitWarned = 4,
+    kExitWarned,
     // --compare: the two profiles lay out at least one request differently.
-    kExitDiffer = 5,
+    kExitDiffer,
     // verify: the helper, the mapper's metadata and a CPU lock disagree on at least one request.
-    kExitDisagree = 6,
+    kExitDisagree,
 };
 
 }  // namespace zyncam::tools

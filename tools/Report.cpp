@@ -39,57 +39,6 @@ uint32_t framesPerBuffer(const zcam::GrallocCachedLayout& layout) {
     return std::max(layout.framesPerBuffer, uint32_t{1});
 }
 
-std::string requestText(const zcam::GrallocRequest& r) {
-    return std::to_string(r.widthInPixels) + "x" + std::to_string(r.heightInPixels) + " " +
-           formatText(r.format) + ", usage " + usageText(static_cast<uint32_t>(r.usage)) +
-           ", batch " + std::to_string(r.batchNum);
-}
-
-template <typename T>
-std::string orDash(const std::optional<T>& value) {
-    return value ? std::to_string(*value) : "-";
-}
-
-void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answer>& answers,
-               std::ostream& out) {
-    for (size_t i = 0; i < answers.size(); ++i) {
-        const Answer& a = answers[i];
-        if (a.outcome != Outcome::Answered) continue;
-        const zcam::GrallocCachedLayout& l = a.layout;
-        out << "request " << i + 1 << "  " << requestText(requests[i].request)
-            << (requests[i].refresh ? ", refresh" : "") << "\n"
-            << "  probed      usage " << usageText(static_cast<uint32_t>(a.probed.usage)) << "\n"
-            << "  allocated   " << formatText(l.info.format) << " " << l.info.widthInPixels << "x"
-            << l.info.heightInPixels << ", " << l.allocSize << " B, AFBC "
-            << (l.info.isAFBC ? "yes" : "no") << ", " << framesPerBuffer(l)
-            << (framesPerBuffer(l) == 1 ? " frame" : " frames") << " per buffer\n"
-            << "              allocator usage " << usageText(l.allocatorUsage) << "\n"
-            << "              producer usage " << usageText(l.producerUsage) << "\n";
-        for (size_t p = 0; p < a.planes.size(); ++p) {
-            const PlaneAnswer& plane = a.planes[p];
-            out << "  plane " << p << "     stride " << plane.strideBytes
-                << " B = " << orDash(plane.strideSamples) << " " << plane.sampleUnit << ", rows "
-                << orDash(plane.rows) << ", size " << plane.sizeBytes << " B, offset "
-                << orDash(plane.offset) << "\n";
-        }
-        for (const std::string& warning : a.warnings) out << "  warning: " << warning << "\n";
-        out << "  answered by "
-            << (a.fromCache ? "cache, whose probe's allocation took " : "probe, allocation took ")
-            << microseconds(l.allocationTimeNs) << " us\n";
-        if (a.exactAnswer) {
-            out << (*a.exactAnswer ? "  laid out by an exact answer of the profile\n"
-                                   : "  laid out by the profile's rules: no exact answer for this "
-                                     "allocation\n");
-        }
-    }
-    const Totals t = count(answers);
-    out << t.requests << (t.requests == 1 ? " request: " : " requests: ") << t.probes
-        << (t.probes == 1 ? " probe, " : " probes, ") << t.cacheHits
-        << (t.cacheHits == 1 ? " cache hit, " : " cache hits, ") << t.failed << " failed, "
-        << t.refused << " refused, " << t.warnings
-        << (t.warnings == 1 ? " warning\n" : " warnings\n");
-}
-
 }  // namespace
 
 // RFC 4180: a field with a comma, quote or line break is quoted, its quotes doubled.
@@ -118,6 +67,10 @@ Cell usageCell(int32_t usage) {
     return uint64_t{static_cast<uint32_t>(usage)};
 }
 
+Cell usageTextCell(int32_t usage) {
+    return usageText(static_cast<uint32_t>(usage));
+}
+
 Cell usageNameCell(int32_t usage) {
     return zcam::grallocUsageName(usage);
 }
@@ -129,30 +82,45 @@ Cell layoutSource(const ReportRow& row, const char* exact) {
 
 using G = ColumnGroup;
 using E = WhenEmpty;
+using L = TextLine;
+
+// Text cells: a figure as people read it, "-" for one the layout does not give.
+Cell dash(const std::optional<uint64_t>& value) {
+    return value ? std::to_string(*value) : std::string("-");
+}
 
 constexpr ReportColumn kColumns[] = {
         {G::kAnswer, "request", "request", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }, nullptr, L::kRequest,
+         "request {}  "},
         {G::kRequestEntry, nullptr, "index", E::kNull,
          [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
         {G::kRequestEntry, "origin", "origin", E::kNull,
          [](const ReportRow& r) -> Cell { return r.spec->origin; }},
-        {G::kRequestEntry, nullptr, "refresh", E::kNull,
-         [](const ReportRow& r) -> Cell { return r.spec->refresh; }},
         {G::kRequest, "width", "width", E::kNull,
-         [](const ReportRow& r) -> Cell { return int64_t{r.request->widthInPixels}; }},
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->widthInPixels}; }, nullptr,
+         L::kRequest, "{}"},
         {G::kRequest, "height", "height", E::kNull,
-         [](const ReportRow& r) -> Cell { return int64_t{r.request->heightInPixels}; }},
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->heightInPixels}; }, nullptr,
+         L::kRequest, "x{}"},
         {G::kRequest, "format", "format", E::kNull,
-         [](const ReportRow& r) -> Cell { return int64_t{r.request->format}; }},
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->format}; }, nullptr,
+         L::kRequest, " {}",
+         [](const ReportRow& r) -> Cell { return formatText(r.request->format); }},
         {G::kRequest, "format_name", "formatName", E::kNull,
          [](const ReportRow& r) -> Cell { return zcam::pixelFormatName(r.request->format); }},
         {G::kRequest, "usage", "usage", E::kNull,
-         [](const ReportRow& r) { return usageCell(r.request->usage); }},
+         [](const ReportRow& r) { return usageCell(r.request->usage); }, nullptr, L::kRequest,
+         ", usage {}", [](const ReportRow& r) { return usageTextCell(r.request->usage); }},
         {G::kRequest, "usage_name", "usageName", E::kNull,
          [](const ReportRow& r) { return usageNameCell(r.request->usage); }},
         {G::kRequest, "batch", "batch", E::kNull,
-         [](const ReportRow& r) -> Cell { return int64_t{r.request->batchNum}; }},
+         [](const ReportRow& r) -> Cell { return int64_t{r.request->batchNum}; }, nullptr,
+         L::kRequest, ", batch {}"},
+        {G::kRequestEntry, nullptr, "refresh", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.spec->refresh; }, nullptr, L::kRequest,
+         ", refresh",
+         [](const ReportRow& r) -> Cell { return r.spec->refresh ? Cell(true) : Cell(); }},
         {G::kAnswer, "outcome", "outcome", E::kNull,
          [](const ReportRow& r) -> Cell { return std::string(outcomeName(r.answer->outcome)); }},
         {G::kAnswer, nullptr, "status", E::kNoKey,
@@ -161,46 +129,77 @@ constexpr ReportColumn kColumns[] = {
              return int64_t{r.answer->status};
          }},
         {G::kProbed, "probed_usage", nullptr, E::kNull,
-         [](const ReportRow& r) { return usageCell(r.answer->probed.usage); }},
+         [](const ReportRow& r) { return usageCell(r.answer->probed.usage); }, nullptr, L::kProbed,
+         "  probed      usage {}",
+         [](const ReportRow& r) { return usageTextCell(r.answer->probed.usage); }},
         {G::kProbed, "probed_usage_name", nullptr, E::kNull,
          [](const ReportRow& r) { return usageNameCell(r.answer->probed.usage); }},
         {G::kAllocated, "allocated_format", "format", E::kNull,
-         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.format}; }},
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.format}; }, nullptr,
+         L::kAllocated, "  allocated   {}",
+         [](const ReportRow& r) -> Cell { return formatText(layoutOf(r).info.format); }},
         {G::kAllocated, "allocated_format_name", "formatName", E::kNull,
          [](const ReportRow& r) -> Cell { return zcam::pixelFormatName(layoutOf(r).info.format); }},
         {G::kAllocated, "allocated_width", "width", E::kNull,
-         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.widthInPixels}; }},
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.widthInPixels}; },
+         nullptr, L::kAllocated, " {}"},
         {G::kAllocated, "allocated_height", "height", E::kNull,
-         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.heightInPixels}; }},
+         [](const ReportRow& r) -> Cell { return int64_t{layoutOf(r).info.heightInPixels}; },
+         nullptr, L::kAllocated, "x{}"},
         {G::kAllocated, "allocator_usage", "usage", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocatorUsage}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocatorUsage}; }, nullptr,
+         L::kAllocatorUsage, "              allocator usage {}",
+         [](const ReportRow& r) {
+             return usageTextCell(static_cast<int32_t>(layoutOf(r).allocatorUsage));
+         }},
         {G::kAllocated, nullptr, "usageName", E::kNull,
          [](const ReportRow& r) {
              return usageNameCell(static_cast<int32_t>(layoutOf(r).allocatorUsage));
          }},
         {G::kAllocated, "producer_usage", "producerUsage", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).producerUsage}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).producerUsage}; }, nullptr,
+         L::kProducerUsage, "              producer usage {}",
+         [](const ReportRow& r) {
+             return usageTextCell(static_cast<int32_t>(layoutOf(r).producerUsage));
+         }},
         {G::kAllocated, nullptr, "producerUsageName", E::kNull,
          [](const ReportRow& r) {
              return usageNameCell(static_cast<int32_t>(layoutOf(r).producerUsage));
          }},
         {G::kAllocated, "allocation_size", "allocationSize", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocSize}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{layoutOf(r).allocSize}; }, nullptr,
+         L::kAllocated, ", {} B"},
         {G::kAllocated, "afbc", "afbc", E::kNull,
-         [](const ReportRow& r) -> Cell { return layoutOf(r).info.isAFBC; }},
+         [](const ReportRow& r) -> Cell { return layoutOf(r).info.isAFBC; }, nullptr, L::kAllocated,
+         ", AFBC {}",
+         [](const ReportRow& r) -> Cell {
+             return std::string(layoutOf(r).info.isAFBC ? "yes" : "no");
+         }},
         {G::kAllocated, "frames_per_buffer", "framesPerBuffer", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{framesPerBuffer(layoutOf(r))}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{framesPerBuffer(layoutOf(r))}; }, nullptr,
+         L::kAllocated, ", {} per buffer",
+         [](const ReportRow& r) -> Cell {
+             const uint32_t frames = framesPerBuffer(layoutOf(r));
+             return std::to_string(frames) + (frames == 1 ? " frame" : " frames");
+         }},
         {G::kAnswer, "answered_by", "answeredBy", E::kNoKey,
          [](const ReportRow& r) -> Cell {
              if (!answered(r)) return {};
              return std::string(r.answer->fromCache ? "cache" : "probe");
+         },
+         nullptr, L::kAnsweredBy, "  answered by {}",
+         [](const ReportRow& r) -> Cell {
+             return std::string(r.answer->fromCache ? "cache, whose probe's allocation took"
+                                                    : "probe, allocation took");
          }},
         {G::kAnswer, "allocation_time_ns", "allocationTimeNs", E::kNoKey,
          [](const ReportRow& r) -> Cell {
              if (!answered(r)) return {};
              return int64_t{layoutOf(r).allocationTimeNs};
-         }},
-        // JSON lists the warnings as an array of their own.
+         },
+         nullptr, L::kAnsweredBy, " {} us",
+         [](const ReportRow& r) -> Cell { return microseconds(layoutOf(r).allocationTimeNs); }},
+        // JSON lists the warnings as an array of their own, the text one line each.
         {G::kAnswer, "warnings", nullptr, E::kNull,
          [](const ReportRow& r) -> Cell {
              std::string joined;
@@ -215,26 +214,111 @@ constexpr ReportColumn kColumns[] = {
              return r.answer->reason;
          }},
         {G::kPlane, "plane", nullptr, E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{r.planeIndex}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{r.planeIndex}; }, nullptr, L::kPlane,
+         "  plane {}"},
         {G::kPlane, "stride_bytes", "strideBytes", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->strideBytes}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->strideBytes}; }, nullptr,
+         L::kPlane, "     stride {} B"},
         {G::kPlane, "stride_samples", "strideSamples", E::kNull,
-         [](const ReportRow& r) { return optional(r.plane->strideSamples); }},
+         [](const ReportRow& r) { return optional(r.plane->strideSamples); }, nullptr, L::kPlane,
+         " = {}", [](const ReportRow& r) { return dash(r.plane->strideSamples); }},
         {G::kPlane, "sample_unit", "sampleUnit", E::kNull,
-         [](const ReportRow& r) -> Cell { return std::string(r.plane->sampleUnit); }},
+         [](const ReportRow& r) -> Cell { return std::string(r.plane->sampleUnit); }, nullptr,
+         L::kPlane, " {}"},
         {G::kPlane, "rows", "rows", E::kNull,
-         [](const ReportRow& r) { return optional(r.plane->rows); }},
+         [](const ReportRow& r) { return optional(r.plane->rows); }, nullptr, L::kPlane,
+         ", rows {}", [](const ReportRow& r) { return dash(r.plane->rows); }},
         {G::kPlane, "size_bytes", "sizeBytes", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->sizeBytes}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{r.plane->sizeBytes}; }, nullptr,
+         L::kPlane, ", size {} B"},
         {G::kPlane, "offset", "offset", E::kNull,
-         [](const ReportRow& r) { return optional(r.plane->offset); }},
+         [](const ReportRow& r) { return optional(r.plane->offset); }, nullptr, L::kPlane,
+         ", offset {}", [](const ReportRow& r) { return dash(r.plane->offset); }},
         {G::kAnswer, "layout_source", "layoutSource", E::kNoKey,
          [](const ReportRow& r) -> Cell {
              if (!answered(r)) return {};
              return layoutSource(r, "exactAnswer");
          },
-         [](const ReportRow& r) { return layoutSource(r, "exact_answer"); }},
+         [](const ReportRow& r) { return layoutSource(r, "exact_answer"); }, L::kLayoutSource,
+         "  laid out by {}",
+         [](const ReportRow& r) -> Cell {
+             const std::optional<bool>& source = r.answer->exactAnswer;
+             if (!source) return {};
+             return std::string(*source ? "an exact answer of the profile"
+                                        : "the profile's rules: no exact answer for this "
+                                          "allocation");
+         }},
 };
+
+// The text of `column` for `row`: its words around the figure; empty when the figure is.
+std::string textPiece(const ReportColumn& column, const ReportRow& row) {
+    const Cell cell = column.textCell ? column.textCell(row) : column.cell(row);
+    if (std::holds_alternative<std::monostate>(cell)) return std::string();
+    struct {
+        std::string operator()(std::monostate) const { return std::string(); }
+        std::string operator()(int64_t v) const { return std::to_string(v); }
+        std::string operator()(uint64_t v) const { return std::to_string(v); }
+        std::string operator()(bool) const { return std::string(); }
+        std::string operator()(const std::string& v) const { return v; }
+    } visitor;
+    const std::string text = column.text;
+    const size_t at = text.find("{}");
+    const std::string figure = std::visit(visitor, cell);
+    return at == std::string::npos ? text : text.substr(0, at) + figure + text.substr(at + 2);
+}
+
+// One line of the text: the pieces of the columns on `line` (of `group` only, unless null).
+std::string textLine(TextLine line, const ReportRow& row, const ColumnGroup* group = nullptr) {
+    std::string text;
+    for (const ReportColumn& column : kColumns) {
+        if (column.textLine != line || (group != nullptr && column.group != *group)) continue;
+        text += textPiece(column, row);
+    }
+    return text;
+}
+
+// "1920x1080 YCrCb_420_SP (0x11), usage 0x3 (0|SW_READ_OFTEN), batch 0".
+std::string requestText(const zcam::GrallocRequest& r) {
+    ReportRow row;
+    row.request = &r;
+    const ColumnGroup group = ColumnGroup::kRequest;
+    return textLine(TextLine::kRequest, row, &group);
+}
+
+void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answer>& answers,
+               std::ostream& out) {
+    constexpr TextLine kLinesBeforePlanes[] = {TextLine::kRequest, TextLine::kProbed,
+                                               TextLine::kAllocated, TextLine::kAllocatorUsage,
+                                               TextLine::kProducerUsage};
+    constexpr TextLine kLinesAfterWarnings[] = {TextLine::kAnsweredBy, TextLine::kLayoutSource};
+    for (size_t i = 0; i < answers.size(); ++i) {
+        const Answer& a = answers[i];
+        if (a.outcome != Outcome::Answered) continue;
+        ReportRow row;
+        row.index = i + 1;
+        row.spec = &requests[i];
+        row.request = &requests[i].request;
+        row.answer = &a;
+        auto write = [&](TextLine line) {
+            const std::string text = textLine(line, row);
+            if (!text.empty()) out << text << "\n";
+        };
+        for (TextLine line : kLinesBeforePlanes) write(line);
+        for (size_t p = 0; p < a.planes.size(); ++p) {
+            row.plane = &a.planes[p];
+            row.planeIndex = p;
+            write(TextLine::kPlane);
+        }
+        for (const std::string& warning : a.warnings) out << "  warning: " << warning << "\n";
+        for (TextLine line : kLinesAfterWarnings) write(line);
+    }
+    const Totals t = count(answers);
+    out << t.requests << (t.requests == 1 ? " request: " : " requests: ") << t.probes
+        << (t.probes == 1 ? " probe, " : " probes, ") << t.cacheHits
+        << (t.cacheHits == 1 ? " cache hit, " : " cache hits, ") << t.failed << " failed, "
+        << t.refused << " refused, " << t.warnings
+        << (t.warnings == 1 ? " warning\n" : " warnings\n");
+}
 
 Json::Value jsonOf(const Cell& cell) {
     struct {

@@ -12,14 +12,11 @@
 
 namespace zyncam::tools {
 
+// What a run came to: every request counts once among answered, failed and refused.
 struct Totals {
-    size_t requests = 0;
-    size_t answered = 0;
-    size_t probes = 0;
-    size_t cacheHits = 0;
-    size_t failed = 0;
-    size_t refused = 0;
-    size_t warnings = 0;
+    size_t requests = 0, answered = 0, failed = 0, refused = 0;
+    size_t probes = 0, cacheHits = 0;  // of the answered requests
+    size_t warnings = 0;               // the library's, over all requests
 };
 
 Totals count(const std::vector<Answer>& answers);

@@ -1,6 +1,6 @@
-// The figures of a layout answer, one column each: what CSV calls it, where JSON puts it and
-// how to read it from a request and its answer. The report's writers walk this one table, so a
-// new figure is one row here.
+// The figures of a layout answer, one column each: what CSV calls it, where JSON puts it, where
+// the text shows it and how to read it from a request and its answer. The report's three
+// writers walk this one table, so a new figure is one row here.
 #pragma once
 
 #include <cstddef>
@@ -30,6 +30,20 @@ enum class ColumnGroup : uint8_t {
 // What JSON writes for a cell that holds nothing.
 enum class WhenEmpty : uint8_t { kNull, kNoKey };
 
+// The lines of an answer in the text, in the order they are written. A line is its columns'
+// pieces in table order; a line whose pieces are all left out is not written.
+enum class TextLine : uint8_t {
+    kNone,  // the column is not in the text
+    kRequest,
+    kProbed,
+    kAllocated,
+    kAllocatorUsage,
+    kProducerUsage,
+    kPlane,  // one line per plane
+    kAnsweredBy,
+    kLayoutSource,
+};
+
 // One row of the report: a request, its answer and, for plane columns, one plane or none.
 struct ReportRow {
     size_t index = 0;  // 1-based
@@ -48,6 +62,11 @@ struct ReportColumn {
     Cell (*cell)(const ReportRow& row);
     // CSV's own spelling of the cell where it differs from JSON's; null: the same.
     Cell (*csvCell)(const ReportRow& row) = nullptr;
+    // Text: the line the figure is on, the words around it ("{}" is the figure) and the
+    // figure as people read it. An empty text cell leaves the piece out.
+    TextLine textLine = TextLine::kNone;
+    const char* text = nullptr;
+    Cell (*textCell)(const ReportRow& row) = nullptr;  // null: the cell
 };
 
 // Every column, in CSV order.

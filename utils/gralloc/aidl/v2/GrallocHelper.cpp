@@ -41,9 +41,8 @@ constexpr uint64_t kProbeReservedSize = 0;
 // freeBuffer() of a null handle.
 constexpr int kFreeNullHandle = -1;
 
-// Vendor status word of the SF-info record: the dirty-by-camera bits (0, 1, 10 and 11) and the
-// YUV colour space in the top three bits.
-constexpr int kStatusDirtyCamera = 0xC03;
+// Vendor status word of the SF-info record: the YUV colour space in the top three bits.
+constexpr int kStatusDirtyCamera = zcam::kGrallocStatusDirtyCamera;
 constexpr uint32_t kColorSpaceMask = 0xE0000000;
 constexpr uint32_t kColorSpaceBt601Limited = 0x20000000;
 constexpr uint32_t kColorSpaceBt601Full = 0x40000000;
@@ -338,7 +337,7 @@ int GrallocHelperAidlV2Imp::query(buffer_handle_t buffer, zcam::GrallocStaticInf
         derived.heightInPixels = info.heightInPixels;
         derived.isAFBC = info.isAFBC;
         if (indexOfLocked(derived) < 0) addToMapLocked(derived, info);
-        if (staticInfo != nullptr) info.copyTo(*staticInfo);
+        info.copyTo(*staticInfo);
     }
     if (dynamicInfo != nullptr) {
         int fd = kNoFd;

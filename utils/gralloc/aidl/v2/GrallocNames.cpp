@@ -36,6 +36,8 @@ constexpr uint32_t toBits(Dataspace value) {
 constexpr auto kSingle = LayoutFamily::kSinglePlane;
 constexpr auto kNotSingle = SinglePlaneRule::kNotSinglePlane;
 
+// One row per format the library names (the columns are described in GrallocFormats.h). The log
+// names, the layout derivation and gralloc-layout all read this table: a format is added here.
 constexpr PixelFormatInfo kPixelFormats[] = {
         {toInt(PixelFormat::RGBA_8888), "RGBA_8888", kSingle, SinglePlaneRule::kPlain, 4, 32,
          PlaneLock::kNone},
@@ -126,6 +128,8 @@ constexpr uint32_t hardwareGate() {
 }
 constexpr uint32_t kHardwareGate = hardwareGate();
 
+// Whole-value dataspace names. Most are known to both namers; the colour-space setter's log lines
+// and the interface each know a few of their own.
 using Namer = zcam::DataspaceNamer;
 constexpr zcam::DataspaceWord kDataspaceWords[] = {
         {0x00000000, "UNKNOWN", false, Namer::kBoth},
