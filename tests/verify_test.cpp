@@ -362,6 +362,30 @@ TEST(VerifyTest, ARunGivesBackEveryBufferAndDescriptor) {
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 
+// Agreeing, disagreeing and failed requests fill every CSV row to the header's width.
+TEST(VerifyTest, CsvRowsHaveTheHeadersFields) {
+    testkit::SimFaults faults;
+    const ToolRun r = run({"verify", "--csv", "--profile", kPlantedProfile, "640x480", "NV12",
+                           "--usage", "SW_READ_OFTEN", "64x48", "RGBX_8888", "1920x1080", "NV12",
+                           "1280x720", "NV12", "--usage", "SW_READ_OFTEN"});
+    EXPECT_EQ(r.code, kExitDisagree) << r.err;
+    std::istringstream lines(r.out);
+    std::string line;
+    std::vector<size_t> commas;
+    while (std::getline(lines, line)) {
+        // No field here holds a quoted comma but the reason, which this run quotes whole.
+        std::string unquoted;
+        bool quoted = false;
+        for (char c : line) {
+            if (c == '"') quoted = !quoted;
+            if (!quoted) unquoted += c;
+        }
+        commas.push_back(static_cast<size_t>(std::count(unquoted.begin(), unquoted.end(), ',')));
+    }
+    ASSERT_EQ(commas.size(), 5u) << r.out;  // the header and one row per request
+    for (size_t n : commas) EXPECT_EQ(n, commas.front()) << r.out;
+}
+
 TEST(VerifyTest, ImportFailingMidwayGivesTheNotAnsweredCode) {
     testkit::SimFaults faults;
     zyncam::sim::failImportAt(2);  // the helper's probe imports first, verify's buffer second

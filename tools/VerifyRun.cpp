@@ -8,6 +8,7 @@
 #include <chrono>
 #include <iomanip>
 #include <sstream>
+#include <variant>
 
 #include "ExitCode.h"
 #include "ProfileScope.h"
@@ -152,6 +153,75 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Verdi
     }
 }
 
+// The figures of a verdict besides its findings, one column each: JSON and CSV both walk this
+// table. An empty cell is no JSON key and an empty CSV cell.
+using VerdictCell = std::variant<std::monostate, int64_t, std::string>;
+struct VerdictColumn {
+    const char* csv;
+    const char* json;
+    bool inRequest;  // JSON: inside the verdict's "request" object
+    VerdictCell (*cell)(const RequestSpec& given, const Verdict& v);
+};
+
+bool answered(const Verdict& v) {
+    return v.outcome == VerifyOutcome::Agree || v.outcome == VerifyOutcome::Disagree;
+}
+
+constexpr VerdictColumn kVerdictColumns[] = {
+        {"origin", "origin", true,
+         [](const RequestSpec& g, const Verdict&) -> VerdictCell { return g.origin; }},
+        {"width", "width", true,
+         [](const RequestSpec& g, const Verdict&) -> VerdictCell {
+             return int64_t{g.request.widthInPixels};
+         }},
+        {"height", "height", true,
+         [](const RequestSpec& g, const Verdict&) -> VerdictCell {
+             return int64_t{g.request.heightInPixels};
+         }},
+        {"format", "format", true,
+         [](const RequestSpec& g, const Verdict&) -> VerdictCell {
+             return formatText(g.request.format);
+         }},
+        {"usage", "usage", true,
+         [](const RequestSpec& g, const Verdict&) -> VerdictCell {
+             return usageText(static_cast<uint32_t>(g.request.usage));
+         }},
+        {"batch", "batch", true,
+         [](const RequestSpec& g, const Verdict&) -> VerdictCell {
+             return int64_t{g.request.batchNum};
+         }},
+        {"outcome", "outcome", false,
+         [](const RequestSpec&, const Verdict& v) -> VerdictCell {
+             return std::string(outcomeName(v.outcome));
+         }},
+        {"reason", "reason", false,
+         [](const RequestSpec&, const Verdict& v) -> VerdictCell {
+             if (v.reason.empty()) return {};
+             return v.reason;
+         }},
+        {"probed_usage", "probedUsage", false,
+         [](const RequestSpec&, const Verdict& v) -> VerdictCell {
+             if (!answered(v)) return {};
+             return usageText(v.probedUsage);
+         }},
+        {"allocated_format", "format", false,
+         [](const RequestSpec&, const Verdict& v) -> VerdictCell {
+             if (!answered(v)) return {};
+             return formatText(v.format);
+         }},
+};
+
+Json::Value cellJson(const VerdictCell& cell) {
+    if (const auto* number = std::get_if<int64_t>(&cell)) return Json::Int64{*number};
+    return std::get<std::string>(cell);
+}
+
+std::string cellCsv(const VerdictCell& cell) {
+    if (const auto* number = std::get_if<int64_t>(&cell)) return std::to_string(*number);
+    if (const auto* text = std::get_if<std::string>(&cell)) return csvField(*text);
+    return "";
+}
+
 Json::Value figureJson(const Figure& f) {
     Json::Value v(Json::objectValue);
     v["value"] = Json::Int64{f.value};
@@ -161,18 +231,11 @@ Json::Value figureJson(const Figure& f) {
 
 Json::Value verdictJson(const RequestSpec& given, const Verdict& v) {
     Json::Value a(Json::objectValue);
-    Json::Value& r = a["request"];
-    r["width"] = given.request.widthInPixels;
-    r["height"] = given.request.heightInPixels;
-    r["format"] = formatText(given.request.format);
-    r["usage"] = usageText(static_cast<uint32_t>(given.request.usage));
-    r["batch"] = given.request.batchNum;
-    r["origin"] = given.origin;
-    a["outcome"] = outcomeName(v.outcome);
-    if (!v.reason.empty()) a["reason"] = v.reason;
-    if (v.outcome == VerifyOutcome::Agree || v.outcome == VerifyOutcome::Disagree) {
-        a["probedUsage"] = usageText(v.probedUsage);
-        a["format"] = formatText(v.format);
+    a["request"] = Json::Value(Json::objectValue);
+    for (const VerdictColumn& column : kVerdictColumns) {
+        const VerdictCell cell = column.cell(given, v);
+        if (std::holds_alternative<std::monostate>(cell)) continue;
+        (column.inRequest ? a["request"] : a)[column.json] = cellJson(cell);
     }
     Json::Value& findings = a["findings"] = Json::Value(Json::arrayValue);
     for (const Finding& f : v.findings) {
@@ -199,20 +262,25 @@ Json::Value totalsJson(const VerifyTotals& t, bool grid, double seconds) {
     return j;
 }
 
+// One row per finding, and one for a request without any.
 void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Verdict>& verdicts,
               std::ostream& out) {
-    out << "request,request_text,outcome,reason,check,field";
+    out << "request";
+    for (const VerdictColumn& column : kVerdictColumns) out << "," << column.csv;
+    out << ",check,field";
     for (size_t s = 0; s < kSourceCount; ++s) {
         const std::string name = sourceName(static_cast<Source>(s));
         out << "," << name << "," << name << "_limit";
     }
     out << "\n";
     for (size_t i = 0; i < verdicts.size(); ++i) {
-        const Verdict& v = verdicts[i];
-        const std::string head = std::to_string(i + 1) + "," + csvField(requestText(requests[i])) +
-                                 "," + outcomeName(v.outcome) + "," + csvField(v.reason);
-        if (v.findings.empty()) out << head << ",," << std::string(2 * kSourceCount, ',') << "\n";
-        for (const Finding& f : v.findings) {
+        std::string head = std::to_string(i + 1);
+        for (const VerdictColumn& column : kVerdictColumns) {
+            head += "," + cellCsv(column.cell(requests[i], verdicts[i]));
+        }
+        const auto& findings = verdicts[i].findings;
+        if (findings.empty()) out << head << ",," << std::string(2 * kSourceCount, ',') << "\n";
+        for (const Finding& f : findings) {
             out << head << "," << f.check << "," << csvField(f.field);
             for (const auto& figure : f.figures) {
                 out << "," << (figure ? std::to_string(figure->value) : "") << ","
@@ -226,7 +294,7 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Verdic
 std::string closingNote(const VerifyTotals& t, bool grid, double seconds) {
     std::ostringstream text;
     text << plural(t.requests, "request", "requests") << (grid ? " of the built-in grid" : "")
-         << " in " << std::fixed << std::setprecision(1) << seconds << " s: " << t.agree
+         << " in " << std::fixed << std::setprecision(2) << seconds << " s: " << t.agree
          << " agree, " << t.disagree << " disagree, " << t.failed << " failed, " << t.skipped
          << " skipped; " << plural(t.findings, "disagreement", "disagreements");
     return text.str();
