@@ -192,6 +192,10 @@ private:
             mSettings.names.emplace_back(text);
             return std::nullopt;
         }
+        if (!mOneLine && mItems.empty() && !mSettings.verify && strcmp(text, "verify") == 0) {
+            mSettings.verify = true;
+            return std::nullopt;
+        }
         if (mOneLine && mCurrent != nullptr) return "one request per line";
         const auto size = parseSize(text);
         if (!size) return "bad size " + quoted(text) + " (expected WxH, as 1920x1080)";
@@ -374,6 +378,9 @@ Error parseCommandLine(int argc, char** argv, std::istream& input, Settings& set
         return std::string("--compare names its own profiles: no --profile, --capture or names");
     }
     if (names && !settings.capture.empty()) return std::string("names captures nothing");
+    if (settings.verify && (names || compare || !settings.capture.empty() || settings.strict)) {
+        return std::string("verify takes no --compare, --capture, --strict or names");
+    }
     return std::nullopt;
 }
 
@@ -382,6 +389,7 @@ void writeHelp(std::ostream& out) {
            "       gralloc-layout [OPTIONS] -f FILE\n"
            "       gralloc-layout --capture OUT.json [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout --compare A.json B.json [OPTIONS] REQUESTS | -f FILE\n"
+           "       gralloc-layout verify [OPTIONS] [REQUESTS | -f FILE]\n"
            "       gralloc-layout names format|usage|dataspace VALUE\n"
            "\n"
            "Asks the gralloc helper what layout a buffer of each request gets: the usage it is\n"
@@ -392,7 +400,11 @@ void writeHelp(std::ostream& out) {
            "gralloc-extension attribute the helper reads, the plane layouts, the YCbCr lock's\n"
            "offsets) as the exact answers of a device profile, which --profile replays on a\n"
            "workstation. --compare lists the requests on which two profiles lay out\n"
-           "differently, field by field.\n"
+           "differently, field by field. verify checks, for each request (without any: a\n"
+           "built-in grid of formats, camera usages and sizes), that the helper's layout, the\n"
+           "mapper's PLANE_LAYOUTS of a buffer allocated alike and where a CPU lock puts its\n"
+           "planes agree, and that each holds its planes inside the allocation, apart, with\n"
+           "rows and strides wide enough.\n"
            "\n"
            "Request options (after the request they change):\n";
     auto list = [&](Scope scope) {
@@ -433,7 +445,9 @@ void writeHelp(std::ostream& out) {
         << "  " << kExitBadInput << "  malformed command line or request file\n"
         << "  " << kExitUnnamed << "  names: the library has no name for the value\n"
         << "  " << kExitWarned << "  --strict: the library warned while deriving a layout\n"
-        << "  " << kExitDiffer << "  --compare: the two profiles lay out a request differently\n";
+        << "  " << kExitDiffer << "  --compare: the two profiles lay out a request differently\n"
+        << "  " << kExitDisagree
+        << "  verify: the helper, the mapper and a CPU lock disagree on a request\n";
 }
 
 }  // namespace zyncam::tools

@@ -30,6 +30,7 @@ struct Settings {
     std::string capture;  // where to write the allocator's exact answers as a profile
     std::vector<std::string> compare;  // the two profiles whose answers are compared
     std::vector<std::string> names;    // "names", kind, value
+    bool verify = false;               // "verify": check the gralloc's answers against each other
     std::vector<RequestSpec> requests;
 };
 
