@@ -148,6 +148,7 @@ def tool_seeds():
         "names-dataspace": ["names", "dataspace", "0x08C20000"],
         "help": ["--help"],
         "bad-size": ["1920by1080", "NV12"],
+        "verify": ["verify", "--json", "640x480", "NV12", "--usage", "SW_READ_OFTEN"],
     }
     for name, args in seeds.items():
         write("tool_args_fuzzer", name, b"\0".join(a.encode() for a in args))

@@ -195,8 +195,6 @@ TEST(ProfileCompareTest, ShippedProfilesDifferWhereTheirRulesDo) {
             {4, "planes[0].strideBytes", "4032", "4096"},
             {7, "planes[0].strideBytes", "8000", "8064"},
             {8, "planes[0].strideBytes", "5056", "5120"},
-            // Slow-motion rows.
-            {11, "planes[0].rows", "736", "768"},
     };
     for (const auto& e : expected) {
         SCOPED_TRACE("request " + std::to_string(e.request) + " " + e.field);
@@ -211,9 +209,12 @@ TEST(ProfileCompareTest, ShippedProfilesDifferWhereTheirRulesDo) {
         EXPECT_EQ(fields.count("answeredBy"), 0u);
         EXPECT_EQ(fields.count("allocationTimeNs"), 0u);
     }
-    for (unsigned alike : {3u, 5u, 6u, 9u, 10u, 14u}) EXPECT_EQ(found.count(alike), 0u) << alike;
-    EXPECT_EQ(doc["totals"]["differing"].asUInt(), 9u);
-    EXPECT_EQ(doc["totals"]["alike"].asUInt(), 6u);
+    // Slow-motion rows are aligned to 32 on both, as the library sizes their chroma.
+    for (unsigned alike : {3u, 5u, 6u, 9u, 10u, 11u, 13u, 14u}) {
+        EXPECT_EQ(found.count(alike), 0u) << alike;
+    }
+    EXPECT_EQ(doc["totals"]["differing"].asUInt(), 7u);
+    EXPECT_EQ(doc["totals"]["alike"].asUInt(), 8u);
     EXPECT_EQ(zyncam::sim::profileName(), "default");  // the profile in force is back
 }
 

@@ -380,6 +380,28 @@ TEST(LayoutToolTest, HostileInputGivesOneLineAndItsExitCode) {
             {{"64x48", "RGBX_8888"}, kExitNotAnswered, "query failed: -2 (NAME_NOT_FOUND): "},
             {{"64x48", "YCrCb_420_SP", "--usage", "PROTECTED"}, kExitNotAnswered, "refused"},
             {{"2147483647x2147483647", "YCrCb_420_SP"}, kExitNotAnswered, "-12 (NO_MEMORY)"},
+            // verify.
+            {{"verify", "64x"}, kExitBadInput, "bad size '64x'"},
+            {{"verify", "64x48", "NOPE"}, kExitBadInput, "unknown format 'NOPE'"},
+            {{"verify", "--compare", "a", "b"}, kExitBadInput, "verify takes no --compare"},
+            {{"verify", "--strict", "1x1", "NV12"}, kExitBadInput, "verify takes no --compare"},
+            {{"verify", "names", "format", "1"}, kExitBadInput, "verify takes no --compare"},
+            {{"verify", "--profile", "/nonexistent/p.json"}, kExitBadInput, "cannot be read"},
+            {{"verify", "--profile", "/dev/null"}, kExitBadInput, "/dev/null: "},
+            {{"verify", "64x48", "RGBX_8888"}, kExitNotAnswered, "query failed: -2"},
+            {{"verify", "64x48", "YCrCb_420_SP", "--usage", "PROTECTED"},
+             kExitNotAnswered,
+             "refused"},
+            {{"verify"},
+             kExitNotAnswered,
+             "'mapper.absent.so' cannot be loaded",
+             "",
+             Platform::NoMapperLibrary},
+            {{"verify", "64x48", "NV12"},
+             kExitNotAnswered,
+             "is not running",
+             "",
+             Platform::NoAllocator},
             // A platform the helper cannot be built on.
             {{"64x48", "NV12"},
              kExitNotAnswered,
@@ -419,7 +441,7 @@ TEST(LayoutToolTest, HostileInputGivesOneLineAndItsExitCode) {
     const ToolRun help = run({"--help"});
     EXPECT_EQ(help.code, kExitOk);
     for (const char* part : {"YCrCb_420_SP", "HW_CAMERA_ZSL", "PROTECTED", "ZYNCAM_SPHAL_PATH",
-                             "--strict", "Exit codes:"}) {
+                             "--strict", "Exit codes:", "gralloc-layout verify", "6  verify"}) {
         EXPECT_NE(help.out.find(part), std::string::npos) << part;
     }
 }

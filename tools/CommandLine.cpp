@@ -198,6 +198,10 @@ private:
             mSettings.names.emplace_back(text);
             return std::nullopt;
         }
+        if (!mOneLine && mItems.empty() && !mSettings.verify && strcmp(text, "verify") == 0) {
+            mSettings.verify = true;
+            return std::nullopt;
+        }
         if (mOneLine && mCurrent != nullptr) return "one request per line";
         const auto size = parseSize(text);
         if (!size) return "bad size " + quoted(text) + " (expected WxH, as 1920x1080)";
@@ -395,6 +399,9 @@ Error parseCommandLine(int argc, char** argv, std::istream& input, Settings& set
     }
     if (names && !settings.capture.empty()) return std::string("names captures nothing");
     if (names && !settings.svg.empty()) return std::string("names draws nothing");
+    if (settings.verify && (names || compare || !settings.capture.empty() || settings.strict)) {
+        return std::string("verify takes no --compare, --capture, --strict or names");
+    }
     return std::nullopt;
 }
 
@@ -404,6 +411,7 @@ void writeHelp(std::ostream& out) {
            "       gralloc-layout --capture OUT.json [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout --compare A.json B.json [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout --svg OUT.svg [OPTIONS] REQUESTS | -f FILE\n"
+           "       gralloc-layout verify [OPTIONS] [REQUESTS | -f FILE]\n"
            "       gralloc-layout names format|usage|dataspace VALUE\n"
            "\n"
            "Asks the gralloc helper what layout a buffer of each request gets: the usage it is\n"
@@ -414,9 +422,14 @@ void writeHelp(std::ostream& out) {
            "gralloc-extension attribute the helper reads, the plane layouts, the YCbCr lock's\n"
            "offsets) as the exact answers of a device profile, which --profile replays on a\n"
            "workstation. --compare lists the requests on which two profiles lay out\n"
-           "differently, field by field. Each answer also says what the stream's buffers cost:\n"
-           "bytes per buffer and per stream, and the padding (bytes beyond the visible image);\n"
-           "the run ends with the session's totals and largest consumers.\n"
+           "differently, field by field. verify checks, for each request (without any: a\n"
+           "built-in grid of formats, camera usages and sizes), that the helper's layout, the\n"
+           "mapper's PLANE_LAYOUTS of a buffer allocated alike and where a CPU lock puts its\n"
+           "planes agree, and that each holds its planes inside the allocation, apart, with\n"
+           "rows and strides wide enough. Each answer also says what the stream's buffers\n"
+           "cost: bytes per buffer and per stream, and the padding (bytes beyond the visible\n"
+           "image); the run ends with the session's totals and largest consumers. --svg draws\n"
+           "every request's buffer.\n"
            "\n"
            "Request options (after the request they change):\n";
     auto list = [&](Scope scope) {
@@ -457,7 +470,9 @@ void writeHelp(std::ostream& out) {
         << "  " << kExitBadInput << "  malformed command line or request file\n"
         << "  " << kExitUnnamed << "  names: the library has no name for the value\n"
         << "  " << kExitWarned << "  --strict: the library warned while deriving a layout\n"
-        << "  " << kExitDiffer << "  --compare: the two profiles lay out a request differently\n";
+        << "  " << kExitDiffer << "  --compare: the two profiles lay out a request differently\n"
+        << "  " << kExitDisagree
+        << "  verify: the helper, the mapper and a CPU lock disagree on a request\n";
 }
 
 }  // namespace zyncam::tools

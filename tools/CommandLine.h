@@ -32,6 +32,7 @@ struct Settings {
     std::string svg;      // where to draw every request's buffer
     std::vector<std::string> compare;  // the two profiles whose answers are compared
     std::vector<std::string> names;    // "names", kind, value
+    bool verify = false;               // "verify": check the gralloc's answers against each other
     std::vector<RequestSpec> requests;
 };
 

@@ -18,6 +18,8 @@ enum ExitCode : int {
     kExitWarned,
     // --compare: the two profiles lay out at least one request differently.
     kExitDiffer,
+    // verify: the helper, the mapper's metadata and a CPU lock disagree on at least one request.
+    kExitDisagree,
 };
 
 }  // namespace zyncam::tools

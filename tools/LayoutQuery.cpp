@@ -16,6 +16,7 @@
 #include "ProfileScope.h"
 #include "Report.h"
 #include "Svg.h"
+#include "Verify.h"
 #include "Vocabulary.h"
 
 #ifndef ZYNCAM_GRALLOC_LAYOUT_VERSION
@@ -246,6 +247,7 @@ int runLayoutQuery(int argc, char** argv, std::ostream& out, std::ostream& err) 
         return kExitOk;
     }
     if (!settings.names.empty()) return names(settings, out, err);
+    if (settings.verify) return runVerify(settings, out, err);
     if (settings.requests.empty()) {
         err << kErrorPrefix << "no request; try --help\n";
         return kExitBadInput;

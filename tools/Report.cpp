@@ -42,6 +42,8 @@ uint32_t framesPerBuffer(const zcam::GrallocCachedLayout& layout) {
     return std::max(layout.framesPerBuffer, uint32_t{1});
 }
 
+}  // namespace
+
 // RFC 4180: a field with a comma, quote or line break is quoted, its quotes doubled.
 std::string csvField(const std::string& text) {
     if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
@@ -49,6 +51,8 @@ std::string csvField(const std::string& text) {
     for (char c : text) out += c == '"' ? std::string("\"\"") : std::string(1, c);
     return out + "\"";
 }
+
+namespace {
 
 bool answered(const ReportRow& row) {
     return row.answer->outcome == Outcome::Answered;

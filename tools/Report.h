@@ -26,6 +26,9 @@ Totals count(const std::vector<Answer>& answers);
 void writeReport(Output output, const std::vector<RequestSpec>& requests,
                  const std::vector<Answer>& answers, std::ostream& out);
 
+// A CSV field (RFC 4180): one with a comma, quote or line break is quoted, its quotes doubled.
+std::string csvField(const std::string& text);
+
 // A JSON document, indented by two spaces, with a final line break.
 void writeJsonDocument(const Json::Value& document, std::ostream& out);
 
