@@ -143,14 +143,14 @@ std::string offsetText(const PlaneArea& p) {
 }
 
 // One side's drawing of one answer, from `top`; returns the height it took.
-double drawSide(Page& page, const SvgSide& side, size_t index, const RequestSpec& given, double x,
-                double top, double barScale, double scale) {
-    const Answer& a = (*side.answers)[index];
+// `memory` is the answer's, as streamMemory gives it.
+double drawSide(Page& page, const SvgSide& side, const Answer& a,
+                const std::optional<StreamMemory>& memory, double x, double top, double barScale,
+                double scale) {
     const std::string cls = side.label.empty() ? "side" : "side side-" + side.label;
     page.body << "<g class=\"" << cls << "\" data-side=\"" << escaped(side.label) << "\">\n";
     double y = top;
     const std::string who = side.label.empty() ? "" : side.label + "  ";
-    const std::optional<StreamMemory> memory = streamMemory(given, a);
     if (!memory) {
         page.text(x, y, who + "not answered: " + a.reason);
         page.body << "</g>\n";
@@ -375,7 +375,7 @@ void writeSvg(const std::vector<RequestSpec>& requests, std::span<const SvgSide>
         y += kLineHeight + 2;
         double tallest = 0;
         for (size_t s = 0; s < sides.size(); ++s) {
-            tallest = std::max(tallest, drawSide(page, sides[s], i, requests[i],
+            tallest = std::max(tallest, drawSide(page, sides[s], (*sides[s].answers)[i], kept[s],
                                                  kMargin + kColumnWidth * static_cast<double>(s), y,
                                                  barScale, scale));
         }
