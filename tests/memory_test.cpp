@@ -1,6 +1,7 @@
 // What a session's buffers cost, as gralloc-layout reports it: per-stream figures that add up
 // to the session's totals under every shipped profile, padding where the layout leaves it, the
-// --buffers option, the memory change --compare reports and the --svg file's errors.
+// --buffers option, the memory change --compare reports, the --svg file's errors, and the
+// figures of hand-made answers at the edges (short allocations, missing rows, unknown formats).
 #include <gtest/gtest.h>
 #include <json/json.h>
 
@@ -300,6 +301,101 @@ TEST(SessionMemoryTest, AnSvgFileThatCannotBeWrittenStopsTheRunBeforeAnyAllocati
                  "/nonexistent/c.svg", "64x48", "NV12"});
     EXPECT_EQ(compare.code, kExitBadInput);
     EXPECT_EQ(zyncam::sim::counters().allocateCalls, allocations);
+}
+
+}  // namespace
+
+namespace {
+
+using zyncam::tools::Answer;
+using zyncam::tools::Outcome;
+using zyncam::tools::PlaneAnswer;
+using zyncam::tools::RequestSpec;
+using zyncam::tools::StreamMemory;
+
+constexpr int32_t kFormatNv21 = 0x11;           // YCrCb_420_SP
+constexpr int32_t kFormatUnnamed = 0x7fff0001;  // no row in the library's table
+
+// An answered request of `width` x `height` whose allocation holds `planes` (stride, size).
+Answer answered(int32_t format, int32_t width, int32_t height, uint64_t allocation,
+                std::vector<std::pair<size_t, size_t>> planes, uint32_t frames = 1) {
+    Answer a;
+    a.probed.widthInPixels = width;
+    a.probed.heightInPixels = height;
+    a.layout.info.format = format;
+    a.layout.allocSize = allocation;
+    a.layout.framesPerBuffer = frames;
+    for (const auto& [stride, size] : planes) {
+        PlaneAnswer p;
+        p.strideBytes = stride;
+        p.sizeBytes = size;
+        a.planes.push_back(p);
+    }
+    return a;
+}
+
+TEST(StreamMemoryTest, TheVisibleImageNeverExceedsWhatTheLayoutHolds) {
+    RequestSpec given;
+    given.buffers = 2;
+    const struct {
+        const char* what;
+        Answer answer;
+        std::optional<uint64_t> padding;
+        uint32_t frames;
+    } cases[] = {
+            {"chroma rows fewer than the image's: only the rows there are count",
+             answered(kFormatNv21, 64, 48, 64 * 48 + 64 * 20, {{64, 64 * 48}, {64, 64 * 20}}), 0,
+             1},
+            {"a batch whose allocation has room for two of its eight frames",
+             answered(kFormatNv21, 64, 48, 2 * (64 * 64 + 64 * 32), {{64, 64 * 64}, {64, 64 * 32}},
+                      8),
+             2 * (64 * 16 + 64 * 8), 2},
+            {"an allocation smaller than its planes: all of it is image",
+             answered(kFormatNv21, 64, 48, 1000, {{64, 64 * 48}, {64, 64 * 24}}), 0, 1},
+            {"a format the library has no sizes for",
+             answered(kFormatUnnamed, 64, 48, 4096, {{64, 4096}}), std::nullopt, 1},
+            {"planes the format does not have", answered(kFormatNv21, 64, 48, 4608, {{64, 4608}}),
+             std::nullopt, 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::optional<StreamMemory> m = zyncam::tools::streamMemory(given, c.answer);
+        ASSERT_TRUE(m.has_value());
+        EXPECT_EQ(m->streamBytes, 2 * c.answer.layout.allocSize);
+        EXPECT_EQ(m->frames, c.frames);
+        EXPECT_EQ(m->paddingBytes, c.padding);
+        if (m->paddingBytes) {
+            EXPECT_EQ(*m->visibleBytes + *m->paddingBytes, m->bytesPerBuffer);
+        }
+        for (const auto& p : m->planes) {
+            EXPECT_LE(p.visibleRowBytes, p.strideBytes);
+            EXPECT_LE(p.visibleRowBytes * p.visibleRows, p.sizeBytes);
+        }
+    }
+    Answer failed;
+    failed.outcome = Outcome::Failed;
+    EXPECT_FALSE(zyncam::tools::streamMemory(given, failed).has_value());
+}
+
+TEST(StreamMemoryTest, SessionRanksByBytesTheEarlierFirstAndCountsUnknownPadding) {
+    RequestSpec one, three;
+    three.buffers = 3;
+    const std::vector<std::optional<StreamMemory>> memory = {
+            zyncam::tools::streamMemory(one, answered(kFormatNv21, 64, 48, 6000, {{64, 4608}})),
+            std::nullopt,  // not answered
+            zyncam::tools::streamMemory(three, answered(kFormatUnnamed, 8, 8, 2000, {{8, 64}})),
+            zyncam::tools::streamMemory(one, answered(kFormatUnnamed, 8, 8, 6000, {{8, 64}})),
+    };
+    const zyncam::tools::SessionMemory s = zyncam::tools::sessionMemory(memory);
+    EXPECT_EQ(s.streams, 3u);
+    EXPECT_EQ(s.buffers, 5u);
+    EXPECT_EQ(s.bytes, 6000u + 6000 + 6000);
+    EXPECT_EQ(s.paddingUnknown, 3u);  // two unnamed formats and one plane too few for NV21
+    EXPECT_FALSE(s.paddingShare().has_value());
+    EXPECT_EQ(s.byBytes, (std::vector<size_t>{0, 2, 3}));
+    EXPECT_EQ(s.rank, (std::vector<size_t>{1, 0, 2, 3}));
+    EXPECT_DOUBLE_EQ(s.shareOf(6000), 1.0 / 3);
+    EXPECT_DOUBLE_EQ(zyncam::tools::sessionMemory({}).shareOf(1), 0.0);
 }
 
 }  // namespace
