@@ -13,8 +13,8 @@ declare -A group_packages=(
     # configure, build and run gralloc-layout: the simulator reads device profiles with jsoncpp,
     # the tool writes JSON with it; the simulated mapper takes DRM fourccs from libdrm's header
     [tool]="cmake ninja-build g++ pkg-config libjsoncpp-dev libdrm-dev"
-    # the GoogleTest suites and the python3 checks among them
-    [tests]="libgtest-dev libgmock-dev python3"
+    # the GoogleTest suites and the python3 checks among them; rsvg-convert renders the SVG check
+    [tests]="libgtest-dev libgmock-dev python3 librsvg2-bin"
     # the benchmarks (the default preset builds them) and the start-up comparison
     [bench]="libbenchmark-dev hyperfine"
     # the sanitizer, clang and fuzz presets: clang, libFuzzer and the sanitizer runtimes

@@ -149,6 +149,8 @@ def tool_seeds():
         "help": ["--help"],
         "bad-size": ["1920by1080", "NV12"],
         "verify": ["verify", "--json", "640x480", "NV12", "--usage", "SW_READ_OFTEN"],
+        "memory-svg": ["--csv", "--svg", "out.svg", "1100x700", "NV12", "--buffers", "3",
+                       "1920x1080", "0x2611", "--usage", "HW_CAMERA_WRITE|SMVR"],
     }
     for name, args in seeds.items():
         write("tool_args_fuzzer", name, b"\0".join(a.encode() for a in args))

@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     zyncam::fuzz::openLogGatesQuietly();
     // "-f -" reads requests from standard input: give it an empty one rather than the terminal.
     if (std::freopen("/dev/null", "r", stdin) == nullptr) zyncam::fuzz::fail("no /dev/null");
-    // --capture writes its file: into a scratch folder of the fuzzer's own.
+    // --capture and --svg write their files: into a scratch folder of the fuzzer's own.
     static char folder[] = "/tmp/tool_args_fuzzer.XXXXXX";
     if (mkdtemp(folder) == nullptr || chdir(folder) != 0) zyncam::fuzz::fail("no scratch folder");
     std::atexit([] {
@@ -53,12 +53,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
-// Whether the arguments could name a capture file outside the scratch folder: "--ca" is the
-// shortest abbreviation of --capture that getopt_long takes.
-bool capturesElsewhere(const std::vector<std::string>& arguments) {
+// Whether the arguments could name a file to write outside the scratch folder: "--ca" and
+// "--sv" are the shortest abbreviations of --capture and --svg that getopt_long takes.
+bool writesElsewhere(const std::vector<std::string>& arguments) {
     bool capture = false, path = false;
     for (const std::string& a : arguments) {
-        capture = capture || a.rfind("--ca", 0) == 0;
+        capture = capture || a.rfind("--ca", 0) == 0 || a.rfind("--sv", 0) == 0;
         path = path || a.find('/') != std::string::npos || a.rfind("..", 0) == 0;
     }
     return capture && path;
@@ -74,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         arguments.push_back(text.substr(start, end - start));
         start = end + 1;
     }
-    if (capturesElsewhere(arguments)) return -1;
+    if (writesElsewhere(arguments)) return -1;
     std::vector<char*> argv;
     for (auto& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);

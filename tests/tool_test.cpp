@@ -51,11 +51,18 @@ TEST(LayoutToolTest, ReadmeRequestShowsProbedUsagePlanesAndProbe) {
             "              producer usage 0x20000 (0|HW_CAMERA_WRITE)",
             "  plane 0     stride 1920 B = 1920 px, rows 1080, size 2073600 B, offset 0",
             "  plane 1     stride 1920 B = 1920 samples, rows 540, size 1036800 B, offset 2073600",
+            "  memory      3110400 B (3.0 MiB) per buffer x 1 buffer = 3110400 B (3.0 MiB); "
+            "padding 0 B per buffer, 0.0%",
     };
-    ASSERT_EQ(got.size(), expected.size() + 2) << r.out;
+    ASSERT_EQ(got.size(), expected.size() + 4) << r.out;
     for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(got[i], expected[i]);
-    EXPECT_EQ(got[7].rfind("  answered by probe, allocation took ", 0), 0u) << got[7];
-    EXPECT_EQ(got[8], "1 request: 1 probe, 0 cache hits, 0 failed, 0 refused, 0 warnings");
+    EXPECT_EQ(got[8].rfind("  answered by probe, allocation took ", 0), 0u) << got[8];
+    EXPECT_EQ(got[9], "session     1 stream, 1 buffer: 3110400 B (3.0 MiB); padding 0 B, 0.0%");
+    EXPECT_EQ(
+            got[10],
+            "  largest   request 1  1920x1080 YCrCb_420_SP (0x11), 1 buffer: 3110400 B (3.0 MiB), "
+            "100.0% of the session");
+    EXPECT_EQ(got[11], "1 request: 1 probe, 0 cache hits, 0 failed, 0 refused, 0 warnings");
     EXPECT_EQ(r.err, "");
 }
 
@@ -152,8 +159,8 @@ TEST(LayoutToolTest, FileAndCommandLineRequestsKeepTheirOrder) {
             {"--csv", "64x48", "NV12", "-f", "-", "32x32", "RGBA_8888", "8x8", "RGBX_8888"}, input);
     EXPECT_EQ(r.code, kExitNotAnswered) << r.err;  // RGBX_8888 has no layout rule
     const std::vector<std::string> rows = lines(r.out);
-    // The header, NV12's two planes, Y8, RGBA and the failed request.
-    ASSERT_EQ(rows.size(), 1u + 2 + 1 + 1 + 1) << r.out;
+    // The header, NV12's two planes, Y8, RGBA, the failed request and the session's totals.
+    ASSERT_EQ(rows.size(), 1u + 2 + 1 + 1 + 1 + 1) << r.out;
     const auto columns = [](const std::string& row) {
         return std::count(row.begin(), row.end(), ',');
     };

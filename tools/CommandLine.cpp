@@ -32,6 +32,8 @@ enum OptionId : int {
     kOptProfile,
     kOptCapture,
     kOptCompare,
+    kOptBuffers,
+    kOptSvg,
 };
 
 // Run options shape the whole run; request options apply to the request just before them.
@@ -54,6 +56,8 @@ constexpr OptionInfo kOptions[] = {
          "usage bits of the request: names or numbers joined by '|' (default 0)"},
         {"batch", required_argument, kOptBatch, Scope::Request, "N",
          "slow-motion frames per buffer the request asks for, 0..", kMaxBatchCount, " (default 0)"},
+        {"buffers", required_argument, kOptBuffers, Scope::Request, "N",
+         "buffers the stream keeps, for its memory: 1..", kMaxBuffers, " (default 1)"},
         {"refresh", no_argument, kOptRefresh, Scope::Request, nullptr,
          "probe the request again even when its layout is cached"},
         {"file", required_argument, kOptFile, Scope::Run, "FILE",
@@ -64,6 +68,8 @@ constexpr OptionInfo kOptions[] = {
          "also write what the allocator answered to OUT, as a device profile"},
         {"compare", required_argument, kOptCompare, Scope::Run, "A B",
          "workstation: answer the requests under profiles A and B and list what differs"},
+        {"svg", required_argument, kOptSvg, Scope::Run, "FILE",
+         "also draw every request's buffer into FILE (SVG); with --compare, side by side"},
         {"json", no_argument, kOptJson, Scope::Run, nullptr,
          "print one JSON document: requests, answers, totals"},
         {"csv", no_argument, kOptCsv, Scope::Run, nullptr, "print CSV, one row per plane"},
@@ -249,6 +255,11 @@ private:
                 mSettings.compare.emplace_back(value);
                 mAwaitingSecondProfile = true;
                 return std::nullopt;
+            case kOptSvg:
+                if (!mSettings.svg.empty()) return std::string("--svg is given twice");
+                if (*value == '\0') return std::string("--svg needs a file");
+                mSettings.svg = value;
+                return std::nullopt;
             case kOptStrict:
                 mSettings.strict = true;
                 return std::nullopt;
@@ -282,6 +293,15 @@ private:
                            ")";
                 }
                 request.batchNum = static_cast<int32_t>(*batch);
+                return std::nullopt;
+            }
+            case kOptBuffers: {
+                const auto buffers = parseNumber(value);
+                if (!buffers || *buffers == 0 || *buffers > kMaxBuffers) {
+                    return "bad buffer count " + quoted(value) + " (1.." +
+                           std::to_string(kMaxBuffers) + ")";
+                }
+                mCurrent->buffers = *buffers;
                 return std::nullopt;
             }
             case kOptRefresh:
@@ -378,6 +398,7 @@ Error parseCommandLine(int argc, char** argv, std::istream& input, Settings& set
         return std::string("--compare names its own profiles: no --profile, --capture or names");
     }
     if (names && !settings.capture.empty()) return std::string("names captures nothing");
+    if (names && !settings.svg.empty()) return std::string("names draws nothing");
     if (settings.verify && (names || compare || !settings.capture.empty() || settings.strict)) {
         return std::string("verify takes no --compare, --capture, --strict or names");
     }
@@ -389,6 +410,7 @@ void writeHelp(std::ostream& out) {
            "       gralloc-layout [OPTIONS] -f FILE\n"
            "       gralloc-layout --capture OUT.json [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout --compare A.json B.json [OPTIONS] REQUESTS | -f FILE\n"
+           "       gralloc-layout --svg OUT.svg [OPTIONS] REQUESTS | -f FILE\n"
            "       gralloc-layout verify [OPTIONS] [REQUESTS | -f FILE]\n"
            "       gralloc-layout names format|usage|dataspace VALUE\n"
            "\n"
@@ -404,7 +426,10 @@ void writeHelp(std::ostream& out) {
            "built-in grid of formats, camera usages and sizes), that the helper's layout, the\n"
            "mapper's PLANE_LAYOUTS of a buffer allocated alike and where a CPU lock puts its\n"
            "planes agree, and that each holds its planes inside the allocation, apart, with\n"
-           "rows and strides wide enough.\n"
+           "rows and strides wide enough. Each answer also says what the stream's buffers\n"
+           "cost: bytes per buffer and per stream, and the padding (bytes beyond the visible\n"
+           "image); the run ends with the session's totals and largest consumers. --svg draws\n"
+           "every request's buffer.\n"
            "\n"
            "Request options (after the request they change):\n";
     auto list = [&](Scope scope) {

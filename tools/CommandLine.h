@@ -17,7 +17,8 @@ enum class Output { Text, Json, Csv };
 struct RequestSpec {
     zcam::GrallocRequest request;
     bool refresh = false;
-    std::string origin;  // "argument 3", "'session.txt':12", "<stdin>:4"
+    uint32_t buffers = 1;  // buffers the stream keeps
+    std::string origin;    // "argument 3", "'session.txt':12", "<stdin>:4"
 };
 
 struct Settings {
@@ -28,6 +29,7 @@ struct Settings {
     bool version = false;
     std::string profile;  // device profile of the simulated allocator (workstation only)
     std::string capture;  // where to write the allocator's exact answers as a profile
+    std::string svg;      // where to draw every request's buffer
     std::vector<std::string> compare;  // the two profiles whose answers are compared
     std::vector<std::string> names;    // "names", kind, value
     bool verify = false;               // "verify": check the gralloc's answers against each other
@@ -36,6 +38,8 @@ struct Settings {
 
 // Frames the largest vendor batch format carries: the most a --batch may ask for.
 inline constexpr uint32_t kMaxBatchCount = 32;
+// More buffers than any camera stream keeps; a session's sums stay far from overflowing.
+inline constexpr uint32_t kMaxBuffers = 1024;
 
 // Reads the command line and, in their places among the requests, the request files it names
 // ("-" reads `input`). Options are getopt_long's: "--opt=value" or "--opt value", unique

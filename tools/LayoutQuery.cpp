@@ -15,6 +15,7 @@
 #include "PlatformCheck.h"
 #include "ProfileScope.h"
 #include "Report.h"
+#include "Svg.h"
 #include "Verify.h"
 #include "Vocabulary.h"
 
@@ -74,6 +75,33 @@ int names(const Settings& settings, std::ostream& out, std::ostream& err) {
     return kExitUnnamed;
 }
 
+// The file --svg names, opened before anything is allocated so that a bad path costs nothing.
+std::optional<int> openSvg(const Settings& settings, std::ofstream* file, std::ostream& err) {
+    if (settings.svg.empty()) return std::nullopt;
+    file->open(settings.svg, std::ios::trunc);
+    if (*file) return std::nullopt;
+    err << kErrorPrefix << "cannot write " << quoted(settings.svg) << ": " << strerror(errno)
+        << "\n";
+    return kExitBadInput;
+}
+
+// Draws the answers into the open --svg file; false when it could not be written.
+bool finishSvg(const Settings& settings, std::span<const SvgSide> sides, std::ofstream* file,
+               std::ostream& err) {
+    if (settings.svg.empty()) return true;
+    writeSvg(settings.requests, sides, *file);
+    file->close();
+    if (*file) return true;
+    err << kErrorPrefix << "cannot write " << quoted(settings.svg) << "\n";
+    return false;
+}
+
+// "soc-a64 (host/profiles/soc-a64.json)"; empty on a device.
+std::string profileText(const std::optional<SimulatedProfile>& profile) {
+    if (!profile) return std::string();
+    return profile->source.empty() ? profile->name : profile->name + " (" + profile->source + ")";
+}
+
 // Reports a request that was not answered, or not captured, as one line.
 void reportRequest(std::ostream& err, size_t index, const RequestSpec& given,
                    const std::string& reason) {
@@ -126,6 +154,8 @@ int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
         err << kErrorPrefix << *missing << "\n";
         return kExitNotAnswered;
     }
+    std::ofstream svgFile;
+    if (auto code = openSvg(settings, &svgFile, err)) return *code;
     std::ofstream captureFile;
     std::optional<Capture> capture;
     if (!settings.capture.empty()) {
@@ -143,6 +173,8 @@ int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
         return *code;
     }
     writeReport(settings.output, settings.requests, answers, out);
+    const SvgSide side{"", profileText(simulatedProfile()), &answers};
+    if (!finishSvg(settings, std::span(&side, 1), &svgFile, err)) return kExitNotAnswered;
     if (capture) {
         const std::string base = captureBase(settings.capture);
         writeJsonDocument(captureProfile(base, capture->answers()), captureFile);
@@ -171,6 +203,8 @@ int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
 int compare(const Settings& settings, std::ostream& out, std::ostream& err) {
     std::vector<Answer> answers[2];
     SimulatedProfile profiles[2];
+    std::ofstream svgFile;
+    if (auto code = openSvg(settings, &svgFile, err)) return *code;
     for (size_t side = 0; side < 2; ++side) {
         std::string profileError;
         const ProfileScope profile(settings.compare[side], &profileError);
@@ -189,6 +223,9 @@ int compare(const Settings& settings, std::ostream& out, std::ostream& err) {
     }
     const size_t differing =
             writeComparison(settings.output, settings.requests, profiles, answers, out);
+    const SvgSide sides[] = {{"A", profileText(profiles[0]), &answers[0]},
+                             {"B", profileText(profiles[1]), &answers[1]}};
+    if (!finishSvg(settings, sides, &svgFile, err)) return kExitNotAnswered;
     return differing == 0 ? kExitOk : kExitDiffer;
 }
 

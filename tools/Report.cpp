@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "Memory.h"
 #include "ReportColumns.h"
 #include "Vocabulary.h"
 
@@ -15,6 +16,8 @@ namespace zyncam::tools {
 namespace {
 
 constexpr double kNsPerUs = 1000.0;
+// Significant digits of a share in CSV.
+constexpr int kShareDigits = 6;
 
 const char* outcomeName(Outcome outcome) {
     switch (outcome) {
@@ -78,6 +81,22 @@ Cell usageNameCell(int32_t usage) {
 Cell layoutSource(const ReportRow& row, const char* exact) {
     const std::optional<bool>& source = row.answer->exactAnswer;
     return source ? Cell(std::string(*source ? exact : "rules")) : Cell();
+}
+
+Cell shareCell(const std::optional<double>& share) {
+    return share ? Cell(*share) : Cell();
+}
+
+std::string plural(uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// The padding of one buffer as people read it, or why it is not known.
+Cell paddingText(const ReportRow& r) {
+    if (!r.memory->paddingBytes) {
+        return std::string("unknown: the format does not say how big its pixels are");
+    }
+    return sizeText(*r.memory->paddingBytes) + " per buffer";
 }
 
 using G = ColumnGroup;
@@ -248,6 +267,35 @@ constexpr ReportColumn kColumns[] = {
                                         : "the profile's rules: no exact answer for this "
                                           "allocation");
          }},
+        {G::kRequestEntry, "buffers", "buffers", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.spec->buffers}; }},
+        {G::kMemory, nullptr, "bytesPerBuffer", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.memory->bytesPerBuffer; }, nullptr, L::kMemory,
+         "  memory      {} per buffer",
+         [](const ReportRow& r) -> Cell { return sizeText(r.memory->bytesPerBuffer); }},
+        {G::kMemory, nullptr, "buffers", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.memory->buffers}; }, nullptr,
+         L::kMemory, " x {}",
+         [](const ReportRow& r) -> Cell { return plural(r.memory->buffers, "buffer", "buffers"); }},
+        {G::kMemory, "stream_bytes", "streamBytes", E::kNull,
+         [](const ReportRow& r) -> Cell { return r.memory->streamBytes; }, nullptr, L::kMemory,
+         " = {}", [](const ReportRow& r) -> Cell { return sizeText(r.memory->streamBytes); }},
+        {G::kMemory, "visible_bytes", "visibleBytes", E::kNull,
+         [](const ReportRow& r) { return optional(r.memory->visibleBytes); }},
+        {G::kMemory, "padding_bytes", "paddingBytes", E::kNull,
+         [](const ReportRow& r) { return optional(r.memory->paddingBytes); }, nullptr, L::kMemory,
+         "; padding {}", paddingText},
+        {G::kMemory, "padding_share", "paddingShare", E::kNull,
+         [](const ReportRow& r) { return shareCell(r.memory->paddingShare()); }, nullptr,
+         L::kMemory, ", {}",
+         [](const ReportRow& r) -> Cell {
+             const auto share = r.memory->paddingShare();
+             return share ? Cell(percentText(*share)) : Cell();
+         }},
+        {G::kMemory, "stream_padding_bytes", "streamPaddingBytes", E::kNull,
+         [](const ReportRow& r) { return optional(r.memory->streamPaddingBytes()); }},
+        {G::kMemory, "memory_rank", "rank", E::kNull,
+         [](const ReportRow& r) -> Cell { return uint64_t{r.memoryRank}; }},
 };
 
 // The text of `column` for `row`: its words around the figure; empty when the figure is.
@@ -260,6 +308,7 @@ std::string textPiece(const ReportColumn& column, const ReportRow& row) {
         std::string operator()(uint64_t v) const { return std::to_string(v); }
         std::string operator()(bool) const { return std::string(); }
         std::string operator()(const std::string& v) const { return v; }
+        std::string operator()(double v) const { return std::to_string(v); }
     } visitor;
     const std::string text = column.text;
     const size_t at = text.find("{}");
@@ -285,8 +334,32 @@ std::string requestText(const zcam::GrallocRequest& r) {
     return textLine(TextLine::kRequest, row, &group);
 }
 
+// The session's memory, padding and largest consumers, before the run's counts.
+void writeSessionText(const std::vector<RequestSpec>& requests,
+                      const std::vector<std::optional<StreamMemory>>& memory, std::ostream& out) {
+    const SessionMemory s = sessionMemory(memory);
+    out << "session     " << plural(s.streams, "stream", "streams") << ", "
+        << plural(s.buffers, "buffer", "buffers") << ": " << sizeText(s.bytes) << "; padding "
+        << sizeText(s.paddingBytes);
+    if (const auto share = s.paddingShare()) out << ", " << percentText(*share);
+    if (s.paddingUnknown > 0) {
+        out << "; padding unknown for " << plural(s.paddingUnknown, "stream", "streams");
+    }
+    out << "\n";
+    for (size_t place = 0; place < s.byBytes.size() && place < kLargestConsumers; ++place) {
+        const size_t i = s.byBytes[place];
+        const zcam::GrallocRequest& r = requests[i].request;
+        out << (place == 0 ? "  largest   " : "            ") << "request " << i + 1 << "  "
+            << r.widthInPixels << "x" << r.heightInPixels << " " << formatText(r.format) << ", "
+            << plural(memory[i]->buffers, "buffer", "buffers") << ": "
+            << sizeText(memory[i]->streamBytes) << ", "
+            << percentText(s.shareOf(memory[i]->streamBytes)) << " of the session\n";
+    }
+}
+
 void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answer>& answers,
                std::ostream& out) {
+    const std::vector<std::optional<StreamMemory>> memory = streamMemories(requests, answers);
     constexpr TextLine kLinesBeforePlanes[] = {TextLine::kRequest, TextLine::kProbed,
                                                TextLine::kAllocated, TextLine::kAllocatorUsage,
                                                TextLine::kProducerUsage};
@@ -299,6 +372,7 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answe
         row.spec = &requests[i];
         row.request = &requests[i].request;
         row.answer = &a;
+        row.memory = memory[i] ? &*memory[i] : nullptr;
         auto write = [&](TextLine line) {
             const std::string text = textLine(line, row);
             if (!text.empty()) out << text << "\n";
@@ -309,9 +383,11 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answe
             row.planeIndex = p;
             write(TextLine::kPlane);
         }
+        write(TextLine::kMemory);
         for (const std::string& warning : a.warnings) out << "  warning: " << warning << "\n";
         for (TextLine line : kLinesAfterWarnings) write(line);
     }
+    writeSessionText(requests, memory, out);
     const Totals t = count(answers);
     out << t.requests << (t.requests == 1 ? " request: " : " requests: ") << t.probes
         << (t.probes == 1 ? " probe, " : " probes, ") << t.cacheHits
@@ -327,6 +403,7 @@ Json::Value jsonOf(const Cell& cell) {
         Json::Value operator()(uint64_t v) const { return Json::Value(Json::UInt64{v}); }
         Json::Value operator()(bool v) const { return Json::Value(v); }
         Json::Value operator()(const std::string& v) const { return Json::Value(v); }
+        Json::Value operator()(double v) const { return Json::Value(v); }
     } visitor;
     return std::visit(visitor, cell);
 }
@@ -338,6 +415,11 @@ std::string csvOf(const Cell& cell) {
         std::string operator()(uint64_t v) const { return std::to_string(v); }
         std::string operator()(bool v) const { return v ? "1" : "0"; }
         std::string operator()(const std::string& v) const { return csvField(v); }
+        std::string operator()(double v) const {
+            std::ostringstream text;
+            text << std::setprecision(kShareDigits) << v;
+            return text.str();
+        }
     } visitor;
     return std::visit(visitor, cell);
 }
@@ -361,11 +443,16 @@ Json::Value requestJson(const zcam::GrallocRequest& r) {
     return jsonGroup(ColumnGroup::kRequest, row);
 }
 
-Json::Value answerJson(const Answer& a, size_t index) {
+// `memory`: the request's buffers, or null to leave them out.
+Json::Value answerJson(const Answer& a, size_t index, const StreamMemory* memory = nullptr,
+                       size_t rank = 0) {
     ReportRow row;
     row.index = index;
     row.answer = &a;
+    row.memory = memory;
+    row.memoryRank = rank;
     Json::Value v = jsonGroup(ColumnGroup::kAnswer, row);
+    if (memory != nullptr) v["memory"] = jsonGroup(ColumnGroup::kMemory, row);
     v["probed"] = requestJson(a.probed);
     if (a.outcome == Outcome::Answered) {
         v["allocated"] = jsonGroup(ColumnGroup::kAllocated, row);
@@ -380,11 +467,37 @@ Json::Value answerJson(const Answer& a, size_t index) {
     return v;
 }
 
+Json::Value shareJson(const std::optional<double>& share) {
+    return share ? Json::Value(*share) : Json::Value(Json::nullValue);
+}
+
+Json::Value sessionJson(const SessionMemory& s,
+                        const std::vector<std::optional<StreamMemory>>& memory) {
+    Json::Value v(Json::objectValue);
+    v["streams"] = Json::UInt64{s.streams};
+    v["buffers"] = Json::UInt64{s.buffers};
+    v["bytes"] = Json::UInt64{s.bytes};
+    v["paddingBytes"] = Json::UInt64{s.paddingBytes};
+    v["paddingShare"] = shareJson(s.paddingShare());
+    v["paddingUnknown"] = Json::UInt64{s.paddingUnknown};
+    Json::Value& largest = v["largest"] = Json::Value(Json::arrayValue);
+    for (size_t place = 0; place < s.byBytes.size() && place < kLargestConsumers; ++place) {
+        const size_t i = s.byBytes[place];
+        Json::Value& entry = largest.append(Json::Value(Json::objectValue));
+        entry["request"] = Json::UInt64{i + 1};
+        entry["streamBytes"] = Json::UInt64{memory[i]->streamBytes};
+        entry["share"] = s.shareOf(memory[i]->streamBytes);
+    }
+    return v;
+}
+
 void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answer>& answers,
                std::ostream& out) {
     Json::Value document(Json::objectValue);
     Json::Value& requestList = document["requests"] = Json::Value(Json::arrayValue);
     Json::Value& answerList = document["answers"] = Json::Value(Json::arrayValue);
+    const std::vector<std::optional<StreamMemory>> memory = streamMemories(requests, answers);
+    const SessionMemory session = sessionMemory(memory);
     for (size_t i = 0; i < requests.size(); ++i) {
         ReportRow row;
         row.index = i + 1;
@@ -393,7 +506,8 @@ void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answe
         const Json::Value given = requestJson(requests[i].request);
         for (const std::string& key : given.getMemberNames()) r[key] = given[key];
         requestList.append(std::move(r));
-        answerList.append(answerJson(answers[i], i + 1));
+        answerList.append(
+                answerJson(answers[i], i + 1, memory[i] ? &*memory[i] : nullptr, session.rank[i]));
     }
     const Totals t = count(answers);
     Json::Value& totals = document["totals"];
@@ -404,6 +518,7 @@ void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answe
     totals["failed"] = Json::UInt64{t.failed};
     totals["refused"] = Json::UInt64{t.refused};
     totals["warnings"] = Json::UInt64{t.warnings};
+    totals["memory"] = sessionJson(session, memory);
 
     writeJsonDocument(document, out);
 }
@@ -415,7 +530,8 @@ void writeCsvLine(const ReportRow& row, std::ostream& out) {
     for (const ReportColumn& column : kColumns) {
         if (column.csv == nullptr) continue;
         const bool empty = (column.group == ColumnGroup::kAllocated && !answered(row)) ||
-                           (column.group == ColumnGroup::kPlane && row.plane == nullptr);
+                           (column.group == ColumnGroup::kPlane && row.plane == nullptr) ||
+                           (column.group == ColumnGroup::kMemory && row.memory == nullptr);
         if (!first) out << ",";
         first = false;
         if (!empty) out << csvOf(column.csvCell ? column.csvCell(row) : column.cell(row));
@@ -432,12 +548,16 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer
         first = false;
     }
     out << "\n";
+    const std::vector<std::optional<StreamMemory>> memory = streamMemories(requests, answers);
+    const SessionMemory session = sessionMemory(memory);
     for (size_t i = 0; i < answers.size(); ++i) {
         ReportRow row;
         row.index = i + 1;
         row.spec = &requests[i];
         row.request = &requests[i].request;
         row.answer = &answers[i];
+        row.memory = memory[i] ? &*memory[i] : nullptr;
+        row.memoryRank = session.rank[i];
         if (answers[i].planes.empty()) writeCsvLine(row, out);
         for (size_t p = 0; p < answers[i].planes.size(); ++p) {
             row.plane = &answers[i].planes[p];
@@ -445,6 +565,23 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer
             writeCsvLine(row, out);
         }
     }
+    // The session's totals: a last row whose request is "total", in the columns they sum.
+    const std::map<std::string, Cell> totals = {
+            {"request", std::string("total")},
+            {"buffers", session.buffers},
+            {"stream_bytes", session.bytes},
+            {"stream_padding_bytes", session.paddingBytes},
+            {"padding_share", shareCell(session.paddingShare())},
+    };
+    first = true;
+    for (const ReportColumn& column : kColumns) {
+        if (column.csv == nullptr) continue;
+        out << (first ? "" : ",");
+        first = false;
+        const auto total = totals.find(column.csv);
+        if (total != totals.end()) out << csvOf(total->second);
+    }
+    out << "\n";
 }
 
 // Fields of an answer that say how it was reached, not what the layout is.
@@ -519,6 +656,46 @@ std::string padded(const std::string& text, size_t width) {
     return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
 }
 
+// What a stream's (or the session's) buffers take under each profile, and the change on B.
+constexpr const char* kMemoryField = "memory.streamBytes";
+
+std::string orDash(const std::optional<uint64_t>& value) {
+    return value ? std::to_string(*value) : "-";
+}
+
+std::optional<int64_t> difference(const std::optional<uint64_t>& a,
+                                  const std::optional<uint64_t>& b) {
+    if (!a || !b) return std::nullopt;
+    // Modulo 2^64 and back: the signed difference of two sizes.
+    return static_cast<int64_t>(*b - *a);
+}
+
+// "A 3133440 B (3.0 MiB), B 3110400 B (3.0 MiB): -22.5 KiB on B"
+std::string memoryDeltaText(const std::optional<uint64_t>& a, const std::optional<uint64_t>& b,
+                            std::optional<size_t> streamsA = std::nullopt,
+                            std::optional<size_t> streamsB = std::nullopt) {
+    auto side = [](const char* label, const std::optional<uint64_t>& bytes,
+                   const std::optional<size_t>& streams) {
+        std::string text = std::string(label) + " ";
+        if (streams) text += plural(*streams, "stream", "streams") + " ";
+        return text + (bytes ? sizeText(*bytes) : std::string("not answered"));
+    };
+    std::string text = side("A", a, streamsA) + ", " + side("B", b, streamsB);
+    if (const auto d = difference(a, b)) {
+        text += *d == 0 ? ": the same on B" : ": " + signedSizeText(*d) + " on B";
+    }
+    return text;
+}
+
+Json::Value memoryDeltaJson(const std::optional<uint64_t>& a, const std::optional<uint64_t>& b) {
+    Json::Value v(Json::objectValue);
+    v["a"] = a ? Json::Value(Json::UInt64{*a}) : Json::Value(Json::nullValue);
+    v["b"] = b ? Json::Value(Json::UInt64{*b}) : Json::Value(Json::nullValue);
+    const auto d = difference(a, b);
+    v["difference"] = d ? Json::Value(Json::Int64{*d}) : Json::Value(Json::nullValue);
+    return v;
+}
+
 }  // namespace
 
 std::span<const ReportColumn> reportColumns() {
@@ -545,6 +722,13 @@ size_t writeComparison(Output output, const std::vector<RequestSpec>& requests,
         differing[i] = differences(answers[0][i], answers[1][i]);
         if (!differing[i].empty()) ++count;
     }
+    const std::vector<std::optional<StreamMemory>> memory[2] = {
+            streamMemories(requests, answers[0]), streamMemories(requests, answers[1])};
+    const SessionMemory session[2] = {sessionMemory(memory[0]), sessionMemory(memory[1])};
+    auto streamBytes = [&](size_t side, size_t i) -> std::optional<uint64_t> {
+        if (!memory[side][i]) return std::nullopt;
+        return memory[side][i]->streamBytes;
+    };
     switch (output) {
         case Output::Text:
             for (size_t side = 0; side < 2; ++side) {
@@ -559,7 +743,13 @@ size_t writeComparison(Output output, const std::vector<RequestSpec>& requests,
                     out << "  " << padded(d.field, kFieldWidth) << padded(d.a, kValueWidth) << d.b
                         << "\n";
                 }
+                out << "  memory      " << memoryDeltaText(streamBytes(0, i), streamBytes(1, i))
+                    << "\n";
             }
+            out << "memory      "
+                << memoryDeltaText(session[0].bytes, session[1].bytes, session[0].streams,
+                                   session[1].streams)
+                << "\n";
             out << requests.size() << (requests.size() == 1 ? " request: " : " requests: ") << count
                 << " laid out differently, " << requests.size() - count << " alike\n";
             break;
@@ -587,6 +777,17 @@ size_t writeComparison(Output output, const std::vector<RequestSpec>& requests,
                     f["b"] = d.b;
                 }
             }
+            Json::Value& memoryList = document["memory"]["requests"] =
+                    Json::Value(Json::arrayValue);
+            for (size_t i = 0; i < requests.size(); ++i) {
+                Json::Value& entry =
+                        memoryList.append(memoryDeltaJson(streamBytes(0, i), streamBytes(1, i)));
+                entry["request"] = Json::UInt64{i + 1};
+            }
+            Json::Value& memoryTotal = document["memory"]["total"] =
+                    memoryDeltaJson(session[0].bytes, session[1].bytes);
+            memoryTotal["streamsA"] = Json::UInt64{session[0].streams};
+            memoryTotal["streamsB"] = Json::UInt64{session[1].streams};
             Json::Value& totals = document["totals"];
             totals["requests"] = Json::UInt64{requests.size()};
             totals["differing"] = Json::UInt64{count};
@@ -601,7 +802,14 @@ size_t writeComparison(Output output, const std::vector<RequestSpec>& requests,
                     out << i + 1 << "," << csvField(requests[i].origin) << "," << csvField(d.field)
                         << "," << csvField(d.a) << "," << csvField(d.b) << "\n";
                 }
+                if (!differing[i].empty()) {
+                    out << i + 1 << "," << csvField(requests[i].origin) << "," << kMemoryField
+                        << "," << orDash(streamBytes(0, i)) << "," << orDash(streamBytes(1, i))
+                        << "\n";
+                }
             }
+            out << "total,," << kMemoryField << "," << session[0].bytes << "," << session[1].bytes
+                << "\n";
             break;
     }
     return count;

@@ -11,11 +11,12 @@
 
 #include "CommandLine.h"
 #include "LayoutSession.h"
+#include "Memory.h"
 
 namespace zyncam::tools {
 
 // One figure; monostate where the answer has none (an empty CSV cell, a JSON null or no key).
-using Cell = std::variant<std::monostate, int64_t, uint64_t, bool, std::string>;
+using Cell = std::variant<std::monostate, int64_t, uint64_t, bool, std::string, double>;
 
 // What a cell is read from, and where JSON puts it.
 enum class ColumnGroup : uint8_t {
@@ -25,6 +26,7 @@ enum class ColumnGroup : uint8_t {
     kProbed,        // the probed request, for CSV only (JSON has answers[].probed)
     kAllocated,     // an answered request's allocation: JSON answers[].allocated
     kPlane,         // one plane: JSON answers[].planes[], one CSV row each
+    kMemory,        // an answered request's buffers: JSON answers[].memory
 };
 
 // What JSON writes for a cell that holds nothing.
@@ -39,7 +41,8 @@ enum class TextLine : uint8_t {
     kAllocated,
     kAllocatorUsage,
     kProducerUsage,
-    kPlane,  // one line per plane
+    kPlane,   // one line per plane
+    kMemory,  // what the stream's buffers take
     kAnsweredBy,
     kLayoutSource,
 };
@@ -52,6 +55,8 @@ struct ReportRow {
     const Answer* answer = nullptr;
     const PlaneAnswer* plane = nullptr;  // null: no plane (a CSV row of a failed request)
     size_t planeIndex = 0;
+    const StreamMemory* memory = nullptr;  // kMemory columns: the answered request's
+    size_t memoryRank = 0;                 // its place among the session's streams, from 1
 };
 
 struct ReportColumn {
