@@ -31,6 +31,7 @@ bool documented(int code) {
         case kExitUnnamed:
         case kExitWarned:
         case kExitDiffer:
+        case kExitDisagree:
             return true;
         default:
             return false;
