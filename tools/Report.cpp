@@ -115,7 +115,7 @@ constexpr ReportColumn kColumns[] = {
         {G::kRequestEntry, nullptr, "index", E::kNull,
          [](const ReportRow& r) -> Cell { return uint64_t{r.index}; }},
         {G::kRequestEntry, "origin", "origin", E::kNull,
-         [](const ReportRow& r) -> Cell { return r.spec->origin; }},
+         [](const ReportRow& r) -> Cell { return r.given->origin; }},
         {G::kRequest, "width", "width", E::kNull,
          [](const ReportRow& r) -> Cell { return int64_t{r.request->widthInPixels}; }, nullptr,
          L::kRequest, "{}"},
@@ -137,9 +137,9 @@ constexpr ReportColumn kColumns[] = {
          [](const ReportRow& r) -> Cell { return int64_t{r.request->batchNum}; }, nullptr,
          L::kRequest, ", batch {}"},
         {G::kRequestEntry, nullptr, "refresh", E::kNull,
-         [](const ReportRow& r) -> Cell { return r.spec->refresh; }, nullptr, L::kRequest,
+         [](const ReportRow& r) -> Cell { return r.given->refresh; }, nullptr, L::kRequest,
          ", refresh",
-         [](const ReportRow& r) -> Cell { return r.spec->refresh ? Cell(true) : Cell(); }},
+         [](const ReportRow& r) -> Cell { return r.given->refresh ? Cell(true) : Cell(); }},
         {G::kAnswer, "outcome", "outcome", E::kNull,
          [](const ReportRow& r) -> Cell { return std::string(outcomeName(r.answer->outcome)); }},
         {G::kAnswer, nullptr, "status", E::kNoKey,
@@ -268,7 +268,7 @@ constexpr ReportColumn kColumns[] = {
                                           "allocation");
          }},
         {G::kRequestEntry, "buffers", "buffers", E::kNull,
-         [](const ReportRow& r) -> Cell { return uint64_t{r.spec->buffers}; }},
+         [](const ReportRow& r) -> Cell { return uint64_t{r.given->buffers}; }},
         {G::kMemory, nullptr, "bytesPerBuffer", E::kNull,
          [](const ReportRow& r) -> Cell { return r.memory->bytesPerBuffer; }, nullptr, L::kMemory,
          "  memory      {} per buffer",
@@ -369,7 +369,7 @@ void writeText(const std::vector<RequestSpec>& requests, const std::vector<Answe
         if (a.outcome != Outcome::Answered) continue;
         ReportRow row;
         row.index = i + 1;
-        row.spec = &requests[i];
+        row.given = &requests[i];
         row.request = &requests[i].request;
         row.answer = &a;
         row.memory = memory[i] ? &*memory[i] : nullptr;
@@ -501,7 +501,7 @@ void writeJson(const std::vector<RequestSpec>& requests, const std::vector<Answe
     for (size_t i = 0; i < requests.size(); ++i) {
         ReportRow row;
         row.index = i + 1;
-        row.spec = &requests[i];
+        row.given = &requests[i];
         Json::Value r = jsonGroup(ColumnGroup::kRequestEntry, row);
         const Json::Value given = requestJson(requests[i].request);
         for (const std::string& key : given.getMemberNames()) r[key] = given[key];
@@ -553,7 +553,7 @@ void writeCsv(const std::vector<RequestSpec>& requests, const std::vector<Answer
     for (size_t i = 0; i < answers.size(); ++i) {
         ReportRow row;
         row.index = i + 1;
-        row.spec = &requests[i];
+        row.given = &requests[i];
         row.request = &requests[i].request;
         row.answer = &answers[i];
         row.memory = memory[i] ? &*memory[i] : nullptr;

@@ -49,8 +49,8 @@ enum class TextLine : uint8_t {
 
 // One row of the report: a request, its answer and, for plane columns, one plane or none.
 struct ReportRow {
-    size_t index = 0;  // 1-based
-    const RequestSpec* spec = nullptr;
+    size_t index = 0;                               // 1-based
+    const RequestSpec* given = nullptr;             // the request as given
     const zcam::GrallocRequest* request = nullptr;  // kRequest columns: given or probed
     const Answer* answer = nullptr;
     const PlaneAnswer* plane = nullptr;  // null: no plane (a CSV row of a failed request)
