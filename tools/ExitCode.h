@@ -3,6 +3,9 @@
 
 namespace zyncam::tools {
 
+// How each line gralloc-layout writes to stderr starts.
+constexpr const char* kErrorPrefix = "gralloc-layout: ";
+
 // Exit codes of gralloc-layout, numbered in order from 0. Scripts rely on the values: add new
 // ones at the end.
 enum ExitCode : int {

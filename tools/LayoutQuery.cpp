@@ -27,8 +27,6 @@ namespace zyncam::tools {
 
 namespace {
 
-constexpr const char* kErrorPrefix = "gralloc-layout: ";
-
 int names(const Settings& settings, std::ostream& out, std::ostream& err) {
     const std::string& kind = settings.names[1];
     const std::string& text = settings.names[2];
@@ -143,17 +141,9 @@ std::optional<int> answerAll(const Settings& settings, Capture* capture,
 }
 
 int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {
-    std::string profileError;
-    const ProfileScope profile(settings.profile, &profileError);
-    if (!profileError.empty()) {
-        err << kErrorPrefix << profileError << "\n";
-        return kExitBadInput;
-    }
-    GrallocPlatform platform;
-    if (auto missing = openGrallocPlatform(&platform)) {
-        err << kErrorPrefix << *missing << "\n";
-        return kExitNotAnswered;
-    }
+    RunPlatform run;
+    if (auto code = openRunPlatform(settings.profile, &run, err)) return *code;
+    const GrallocPlatform& platform = run.gralloc;
     std::ofstream svgFile;
     if (auto code = openSvg(settings, &svgFile, err)) return *code;
     std::ofstream captureFile;

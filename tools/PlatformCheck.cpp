@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <vndksupport/linker.h>
 
+#include "ExitCode.h"
 #include "Vocabulary.h"
 
 namespace zyncam::tools {
@@ -52,6 +53,21 @@ std::optional<std::string> openGrallocPlatform(GrallocPlatform* out) {
 std::optional<std::string> missingGrallocPlatform() {
     GrallocPlatform platform;
     return openGrallocPlatform(&platform);
+}
+
+std::optional<int> openRunPlatform(const std::string& profilePath, RunPlatform* run,
+                                   std::ostream& err) {
+    std::string profileError;
+    run->profile.emplace(profilePath, &profileError);
+    if (!profileError.empty()) {
+        err << kErrorPrefix << profileError << "\n";
+        return kExitBadInput;
+    }
+    if (auto missing = openGrallocPlatform(&run->gralloc)) {
+        err << kErrorPrefix << *missing << "\n";
+        return kExitNotAnswered;
+    }
+    return std::nullopt;
 }
 
 }  // namespace zyncam::tools

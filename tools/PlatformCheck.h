@@ -7,7 +7,10 @@
 
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
+
+#include "ProfileScope.h"
 
 namespace aidl::android::hardware::graphics::allocator {
 class IAllocator;
@@ -36,5 +39,18 @@ std::optional<std::string> openGrallocPlatform(GrallocPlatform* out);
 // library it names cannot be loaded. This asks the same questions first; unloads what it
 // loaded. Returns what is missing as one line of text, or nothing when a helper can be built.
 std::optional<std::string> missingGrallocPlatform();
+
+// What a run over the gralloc stands on: its device profile in force and the platform open.
+struct RunPlatform {
+    std::optional<ProfileScope> profile;
+    GrallocPlatform gralloc;
+};
+
+// Puts the device profile at `profilePath` in force (an empty path changes nothing), then opens
+// the platform into *run. On failure writes one line to `err` and returns the exit code:
+// kExitBadInput for a profile that cannot be put in force, kExitNotAnswered for a missing
+// allocator service or mapper library.
+std::optional<int> openRunPlatform(const std::string& profilePath, RunPlatform* run,
+                                   std::ostream& err);
 
 }  // namespace zyncam::tools

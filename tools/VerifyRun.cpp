@@ -23,8 +23,6 @@ namespace {
 using aidl::android::hardware::graphics::common::BufferUsage;
 using aidl::android::hardware::graphics::common::PixelFormat;
 
-constexpr const char* kErrorPrefix = "gralloc-layout: ";
-
 constexpr uint32_t bits(BufferUsage u) {
     return static_cast<uint32_t>(static_cast<uint64_t>(u));
 }
@@ -344,17 +342,9 @@ void writeVerdicts(Output output, const std::vector<RequestSpec>& requests,
 }
 
 int runVerify(const Settings& settings, std::ostream& out, std::ostream& err) {
-    std::string profileError;
-    const ProfileScope profile(settings.profile, &profileError);
-    if (!profileError.empty()) {
-        err << kErrorPrefix << profileError << "\n";
-        return kExitBadInput;
-    }
-    GrallocPlatform platform;
-    if (auto missing = openGrallocPlatform(&platform)) {
-        err << kErrorPrefix << *missing << "\n";
-        return kExitNotAnswered;
-    }
+    RunPlatform run;
+    if (auto code = openRunPlatform(settings.profile, &run, err)) return *code;
+    const GrallocPlatform& platform = run.gralloc;
     const bool grid = settings.requests.empty();
     const std::vector<RequestSpec> requests = grid ? verifyGrid() : settings.requests;
     std::vector<Verdict> verdicts;
