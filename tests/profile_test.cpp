@@ -220,6 +220,20 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
              },
              "exact[0]: width and height must be positive, stride and verticalStride not "
              "negative"},
+            {"more exact answers than a profile may hold",
+             [](Json::Value& p) {
+                 for (size_t i = 0; i <= zyncam::profile::kMaxExactAnswers; ++i) {
+                     ExactAnswer a = rgbaAnswer();
+                     a.request.width = a.width = static_cast<int32_t>(1 + i);
+                     p["exact"].append(zyncam::profile::toJson(a));
+                 }
+             },
+             "exact: more than 4096 answers"},
+            {"a profile larger than a profile may be",
+             [](Json::Value& p) {
+                 p["description"] = std::string(zyncam::profile::kMaxProfileBytes, 'x');
+             },
+             "more than 4194304 bytes"},
             {"an exact answer without its attributes",
              [](Json::Value& p) {
                  Json::Value e = zyncam::profile::toJson(rgbaAnswer());
@@ -246,6 +260,11 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
     EXPECT_EQ(error, kFile + ": line 1, column 13: Duplicate key: 'name'");
     EXPECT_FALSE(zyncam::sim::loadProfile("/nonexistent/soc.json", &error));
     EXPECT_EQ(error, "/nonexistent/soc.json: cannot be read");
+    // A file without end is read no further than the limit, as the profile or as its base.
+    EXPECT_FALSE(zyncam::sim::loadProfile("/dev/zero", &error));
+    EXPECT_EQ(error, "/dev/zero: more than 4194304 bytes");
+    EXPECT_FALSE(zyncam::sim::loadProfileText(R"({"extends": "/dev/zero"})", kFile, &error));
+    EXPECT_EQ(error, "/dev/zero: more than 4194304 bytes");
     EXPECT_EQ(zyncam::sim::profileSource(), before);
     // The simulator still allocates with the profile in force.
     testkit::Buffer buffer(640, 480, 0x11, 0x3);
@@ -294,7 +313,8 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     }
 
     // A file beside it, with one format replaced.
-    const std::string dir = ::testing::TempDir();
+    testkit::ScratchFolder folder;
+    const std::string dir = folder.path();
     Json::Value a64 = parse(readFile(kProfiles + "/soc-a64.json"));
     a64["formats"]["RGBA_8888"]["colour"] = 1;
     std::ofstream(dir + "/broken-a64.json") << write(a64);
@@ -319,7 +339,6 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     child["extends"] = "broken-a64.json";
     EXPECT_FALSE(zyncam::sim::loadProfileText(write(child), dir + "/child.json", &error));
     EXPECT_EQ(error, dir + "/broken-a64.json: formats.RGBA_8888.colour: unknown field");
-    remove((dir + "/broken-a64.json").c_str());
 }
 
 // Sets an environment variable for the scope.
@@ -362,7 +381,8 @@ TEST(ProfileLoadTest, TheGeneratedBuiltInRulesAreTheParsedOnes) {
 }
 
 TEST(ProfileLoadDeathTest, ABadStartUpProfileEndsTheProcess) {
-    const std::string path = ::testing::TempDir() + "/unknown-field.json";
+    testkit::ScratchFolder folder;
+    const std::string path = folder.path("unknown-field.json");
     Json::Value p = defaultProfile();
     p["formats"]["NV12"]["rowAlgn"] = 2;
     std::ofstream(path) << write(p);
@@ -373,7 +393,6 @@ TEST(ProfileLoadDeathTest, ABadStartUpProfileEndsTheProcess) {
             },
             ::testing::ExitedWithCode(EXIT_FAILURE),
             "simulated gralloc: " + path + ": formats.NV12.rowAlgn: unknown field\n");
-    remove(path.c_str());
 }
 
 // Each shipped profile lays out ordinary buffers so that the helper finds every plane whole: no
@@ -581,6 +600,37 @@ TEST(ExactAnswerTest, AnExactAnswerWinsOverTheRules) {
     EXPECT_EQ(info.planes[0].sizeInBytes, 2048u * 1088);
     EXPECT_EQ(info.planes[1].sizeInBytes, 2048u * 544);
     EXPECT_FALSE(log.has("checkPlaneSize"));
+}
+
+// The limit counts the answers of the profile and of its base together.
+TEST(ExactAnswerTest, AProfileHoldsAtMostTheLimitOfExactAnswers) {
+    const size_t limit = zyncam::profile::kMaxExactAnswers;
+    auto answers = [](size_t first, size_t count) {
+        Json::Value list(Json::arrayValue);
+        for (size_t i = first; i < first + count; ++i) {
+            ExactAnswer a = rgbaAnswer();
+            a.request.width = a.width = static_cast<int32_t>(1 + i);
+            list.append(zyncam::profile::toJson(a));
+        }
+        return list;
+    };
+    Json::Value full = defaultProfile();
+    full["exact"] = answers(0, limit);
+    {
+        testkit::ScopedProfile profile(write(full), "full.json");
+        EXPECT_EQ(zyncam::sim::profileExactAnswerCount(), limit);
+        EXPECT_NE(zyncam::sim::exactAnswerFor({static_cast<int32_t>(limit), 64, 0x1, 0x3, 1}),
+                  nullptr);
+    }
+    testkit::ScratchFolder folder;
+    full["exact"] = answers(0, limit - 1);
+    std::ofstream(folder.path("base.json")) << write(full);
+    Json::Value child;
+    child["extends"] = "base.json";
+    child["exact"] = answers(limit - 1, 2);
+    std::string error;
+    EXPECT_FALSE(zyncam::sim::loadProfileText(write(child), folder.path("child.json"), &error));
+    EXPECT_EQ(error, folder.path("child.json") + ": exact: more than 4096 answers");
 }
 
 // Requests beyond what the allocator can make are refused with a code, whatever the format:

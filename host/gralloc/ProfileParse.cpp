@@ -414,6 +414,10 @@ private:
         using aidl::android::hardware::graphics::common::StandardMetadataType;
         using android::hardware::graphics::mapper::StandardMetadata;
         if (!r.array(v, "exact")) return;
+        if (v.size() > profile::kMaxExactAnswers) {
+            r.fail("exact", "more than " + std::to_string(profile::kMaxExactAnswers) + " answers");
+            return;
+        }
         std::map<profile::AllocationRequest, size_t> seen;
         for (Json::ArrayIndex i = 0; i < v.size(); ++i) {
             const std::string path = element("exact", i);
@@ -486,6 +490,10 @@ std::string syntaxError(const std::string& errors) {
 
 std::optional<Json::Value> readJson(std::string_view text, const std::string& source,
                                     std::string* error) {
+    if (text.size() > profile::kMaxProfileBytes) {
+        *error = source + ": more than " + std::to_string(profile::kMaxProfileBytes) + " bytes";
+        return std::nullopt;
+    }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
@@ -558,9 +566,21 @@ std::optional<Json::Value> withBase(Json::Value root, const std::string& source,
 
 std::optional<std::string> readTextFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    if (!(in && text << in.rdbuf())) return std::nullopt;
-    return text.str();
+    if (!in) return std::nullopt;
+    // Reading stops one byte past the limit: an endless file (/dev/zero) or a huge one costs no
+    // more than that.
+    std::string text;
+    constexpr size_t kChunk = 64 * 1024;
+    while (text.size() <= profile::kMaxProfileBytes) {
+        const size_t before = text.size();
+        const size_t want = std::min(kChunk, profile::kMaxProfileBytes + 1 - before);
+        text.resize(before + want);
+        in.read(text.data() + before, static_cast<std::streamsize>(want));
+        text.resize(before + static_cast<size_t>(in.gcount()));
+        if (in.eof()) return text;
+        if (!in) return std::nullopt;
+    }
+    return text;
 }
 
 std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::string& source,
