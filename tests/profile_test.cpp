@@ -140,6 +140,22 @@ ExactAnswer rgbaAnswer() {
     return a;
 }
 
+// An exact answer for a 64x64 YCrCb_420_SP buffer, as the simulator lays it out, whose chroma
+// samples are `chromaBits` apart.
+ExactAnswer nv21Answer(int64_t chromaBits) {
+    testkit::Buffer buffer(64, 64, 0x11, 0x3);
+    ExactAnswer a = observe(buffer.get());
+    a.request = {64, 64, 0x11, 0x3, 1};
+    using Encoding = android::hardware::graphics::mapper::StandardMetadata<
+            common::StandardMetadataType::PLANE_LAYOUTS>::value;
+    auto layouts = *Encoding::decode(a.planeLayouts->data(), a.planeLayouts->size());
+    layouts[1].sampleIncrementInBits = chromaBits;
+    a.planeLayouts->resize(Encoding::encode(layouts, nullptr, 0));
+    EXPECT_EQ(Encoding::encode(layouts, a.planeLayouts->data(), a.planeLayouts->size()),
+              static_cast<int32_t>(a.planeLayouts->size()));
+    return a;
+}
+
 struct BadProfile {
     const char* what;
     std::function<void(Json::Value&)> edit;  // applied to default.json
@@ -234,6 +250,25 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
                  p["description"] = std::string(zyncam::profile::kMaxProfileBytes, 'x');
              },
              "more than 4194304 bytes"},
+            {"YV12 chroma a YCbCr lock cannot present",
+             [](Json::Value& p) { p["formats"]["YV12"]["planes"][2]["sampleIncrementInBits"] = 6; },
+             "formats.YV12.planes[2]: a YCbCr lock cannot present this plane: Y in 8-bit "
+             "samples, CB and CR in 8-bit samples 8 or 16 bits apart on one stride, each once "
+             "and at a whole byte"},
+            {"YCrCb_420_SP with two luma planes",
+             [](Json::Value& p) {
+                 p["formats"]["YCRCB_420_SP"]["planes"][1]["components"][0][0] = "Y";
+             },
+             "formats.YCRCB_420_SP.planes[1]: a YCbCr lock cannot present this plane: Y in 8-bit "
+             "samples, CB and CR in 8-bit samples 8 or 16 bits apart on one stride, each once "
+             "and at a whole byte"},
+            {"an exact YCrCb_420_SP answer a YCbCr lock cannot present",
+             [](Json::Value& p) { p["exact"].append(zyncam::profile::toJson(nv21Answer(24))); },
+             "exact[0].planeLayouts: a YCbCr lock cannot present this plane: Y in 8-bit "
+             "samples, CB and CR in 8-bit samples 8 or 16 bits apart on one stride, each once "
+             "and at a whole byte"},
+            {"a field name that would break the line",
+             [](Json::Value& p) { p["odd\nname\x01"] = 1; }, "odd\\nname\\x01: unknown field"},
             {"an exact answer without its attributes",
              [](Json::Value& p) {
                  Json::Value e = zyncam::profile::toJson(rgbaAnswer());

@@ -1,9 +1,12 @@
 // Reading a device profile from JSON and refusing one that contradicts itself.
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
 #include <android/hardware/graphics/mapper/utils/IMapperMetadataTypes.h>
+#include <gralloctypes/Gralloc4.h>
 #include <json/reader.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -17,6 +20,7 @@ namespace zyncam::sim {
 
 namespace {
 
+using aidl::android::hardware::graphics::common::PixelFormat;
 using aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
 using profile::element;
 using profile::FieldReader;
@@ -42,6 +46,73 @@ constexpr ComponentName kComponentNames[] = {
         {"G", PlaneLayoutComponentType::G},     {"B", PlaneLayoutComponentType::B},
         {"RAW", PlaneLayoutComponentType::RAW}, {"A", PlaneLayoutComponentType::A},
 };
+
+// The formats whose planes the helper locates through a YCbCr lock, and what such a lock can
+// present: one 8-bit Y sample per byte; CB and CR in 8-bit samples, 1 or 2 bytes apart, all on
+// one chroma stride; each component once, at a whole byte. A profile laying one of them out
+// otherwise describes a gralloc that does not exist, and the helper's lock would fail.
+constexpr int32_t kYCbCrLockedFormats[] = {static_cast<int32_t>(PixelFormat::YCRCB_420_SP),
+                                           static_cast<int32_t>(PixelFormat::YV12)};
+constexpr int64_t kBitsPerByte = 8;
+constexpr int64_t kLumaSampleBits = 8;
+constexpr int64_t kPlanarChromaBits = 8;
+constexpr int64_t kInterleavedChromaBits = 16;
+
+bool lockedThroughYCbCr(int32_t format) {
+    return std::find(std::begin(kYCbCrLockedFormats), std::end(kYCbCrLockedFormats), format) !=
+           std::end(kYCbCrLockedFormats);
+}
+
+// One plane as a YCbCr lock sees it; the stride is compared between chroma planes only, as a
+// fraction (a rule knows it relative to plane 0).
+struct LockedPlane {
+    std::vector<ComponentRule> components;
+    int64_t sampleIncrementInBits;
+    int64_t strideNumerator;
+    int64_t strideDenominator;
+};
+
+// Empty when a YCbCr lock can present the planes, else the index of the first it cannot.
+std::optional<size_t> firstUnlockablePlane(const std::vector<LockedPlane>& planes) {
+    bool y = false, cb = false, cr = false;
+    const LockedPlane* chroma = nullptr;
+    for (size_t i = 0; i < planes.size(); ++i) {
+        const LockedPlane& p = planes[i];
+        for (const ComponentRule& c : p.components) {
+            const auto type = static_cast<PlaneLayoutComponentType>(c.type);
+            const bool isChroma =
+                    type == PlaneLayoutComponentType::CB || type == PlaneLayoutComponentType::CR;
+            if (type != PlaneLayoutComponentType::Y && !isChroma) continue;
+            if (c.offsetInBits % kBitsPerByte != 0) return i;
+            if (type == PlaneLayoutComponentType::Y) {
+                if (y || c.sizeInBits != kLumaSampleBits ||
+                    p.sampleIncrementInBits != kLumaSampleBits) {
+                    return i;
+                }
+                y = true;
+                continue;
+            }
+            if (p.sampleIncrementInBits != kPlanarChromaBits &&
+                p.sampleIncrementInBits != kInterleavedChromaBits) {
+                return i;
+            }
+            if (chroma != nullptr && (chroma->sampleIncrementInBits != p.sampleIncrementInBits ||
+                                      chroma->strideNumerator * p.strideDenominator !=
+                                              p.strideNumerator * chroma->strideDenominator)) {
+                return i;
+            }
+            chroma = &p;
+            bool& seen = type == PlaneLayoutComponentType::CB ? cb : cr;
+            if (seen) return i;
+            seen = true;
+        }
+    }
+    return std::nullopt;
+}
+
+constexpr const char* kUnlockableReason =
+        "a YCbCr lock cannot present this plane: Y in 8-bit samples, CB and CR in 8-bit samples "
+        "8 or 16 bits apart on one stride, each once and at a whole byte";
 
 class Parser {
 public:
@@ -213,7 +284,21 @@ private:
         }
         rule.rowAlign = integer(v, path, "rowAlign", 1, kMaxAlignment, 1).value_or(1);
         if (!r.ok()) return false;
-        return checkPlanes(rule, path);
+        return checkPlanes(rule, path) && checkYCbCrLock(rule, path);
+    }
+
+    bool checkYCbCrLock(const FormatRule& rule, const std::string& path) {
+        if (!lockedThroughYCbCr(rule.format)) return true;
+        // Plane i's stride is plane 0's x its increment / (its subsampling x plane 0's).
+        std::vector<LockedPlane> planes;
+        for (const PlaneRule& p : rule.planes) {
+            planes.push_back({p.components, p.sampleIncrementInBits, p.sampleIncrementInBits,
+                              p.horizontalSubsampling});
+        }
+        if (auto bad = firstUnlockablePlane(planes)) {
+            return r.fail(element(member(path, "planes"), *bad), kUnlockableReason);
+        }
+        return true;
     }
 
     PlaneRule parsePlane(const Json::Value& v, const std::string& path) {
@@ -456,14 +541,35 @@ private:
                            "more than " + std::to_string(kExactPlaneLayoutsCapacity) + " bytes");
                     return;
                 }
-                if (!StandardMetadata<StandardMetadataType::PLANE_LAYOUTS>::value::decode(
-                            bytes.data(), bytes.size())) {
+                const auto layouts =
+                        StandardMetadata<StandardMetadataType::PLANE_LAYOUTS>::value::decode(
+                                bytes.data(), bytes.size());
+                if (!layouts) {
                     r.fail(member(path, "planeLayouts"), "not an encoding of PLANE_LAYOUTS");
+                    return;
+                }
+                if (lockedThroughYCbCr(answer->format) && !ycbcrLockable(*layouts)) {
+                    r.fail(member(path, "planeLayouts"), kUnlockableReason);
                     return;
                 }
             }
             mProfile.exact.emplace(q, std::move(answer));
         }
+    }
+
+    template <typename Layouts>
+    static bool ycbcrLockable(const Layouts& layouts) {
+        std::vector<LockedPlane> planes;
+        for (const auto& layout : layouts) {
+            LockedPlane p{{}, layout.sampleIncrementInBits, layout.strideInBytes, 1};
+            for (const auto& c : layout.components) {
+                // The lock skips components it does not take for standard ones.
+                const bool standard = android::gralloc4::isStandardPlaneLayoutComponentType(c.type);
+                p.components.push_back({standard ? c.type.value : 0, c.offsetInBits, c.sizeInBits});
+            }
+            planes.push_back(std::move(p));
+        }
+        return !firstUnlockablePlane(planes);
     }
 
     Profile& mProfile;
@@ -562,6 +668,25 @@ std::optional<Json::Value> withBase(Json::Value root, const std::string& source,
     return base;
 }
 
+// Field names and values in a reason come from the file; a control character among them is
+// written as an escape, so that the reason stays one line.
+std::string oneLine(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\n') {
+            out += "\\n";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            char escaped[5];
+            snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
 }  // namespace
 
 std::optional<std::string> readTextFile(const std::string& path) {
@@ -593,7 +718,7 @@ std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::st
     Parser parser(*profile);
     if (root && !parser.parse(*root)) problem = source + ": " + parser.error();
     if (!problem.empty()) {
-        if (error != nullptr) *error = problem;
+        if (error != nullptr) *error = oneLine(problem);
         return nullptr;
     }
     return profile;
