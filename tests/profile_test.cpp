@@ -140,16 +140,16 @@ ExactAnswer rgbaAnswer() {
     return a;
 }
 
-// An exact answer for a 64x64 YCrCb_420_SP buffer, as the simulator lays it out, whose chroma
-// samples are `chromaBits` apart.
-ExactAnswer nv21Answer(int64_t chromaBits) {
+// An exact answer for a 64x64 YCrCb_420_SP buffer, as the simulator lays it out, with `edit`
+// applied to its plane layouts.
+ExactAnswer nv21Answer(const std::function<void(std::vector<common::PlaneLayout>&)>& edit) {
     testkit::Buffer buffer(64, 64, 0x11, 0x3);
     ExactAnswer a = observe(buffer.get());
     a.request = {64, 64, 0x11, 0x3, 1};
     using Encoding = android::hardware::graphics::mapper::StandardMetadata<
             common::StandardMetadataType::PLANE_LAYOUTS>::value;
     auto layouts = *Encoding::decode(a.planeLayouts->data(), a.planeLayouts->size());
-    layouts[1].sampleIncrementInBits = chromaBits;
+    edit(layouts);
     a.planeLayouts->resize(Encoding::encode(layouts, nullptr, 0));
     EXPECT_EQ(Encoding::encode(layouts, a.planeLayouts->data(), a.planeLayouts->size()),
               static_cast<int32_t>(a.planeLayouts->size()));
@@ -164,6 +164,9 @@ struct BadProfile {
 
 TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
     const std::string kFile = "bad.json";
+    const std::string kUnlockable =
+            "a YCbCr lock cannot present this plane: every component at a whole byte, Y in 8-bit "
+            "samples, CB and CR once each in 8-bit samples 8 or 16 bits apart on one stride";
     const BadProfile cases[] = {
             {"unknown field", [](Json::Value& p) { p["colour"] = 1; }, "colour: unknown field"},
             {"unknown nested field",
@@ -252,21 +255,33 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
              "more than 4194304 bytes"},
             {"YV12 chroma a YCbCr lock cannot present",
              [](Json::Value& p) { p["formats"]["YV12"]["planes"][2]["sampleIncrementInBits"] = 6; },
-             "formats.YV12.planes[2]: a YCbCr lock cannot present this plane: Y in 8-bit "
-             "samples, CB and CR in 8-bit samples 8 or 16 bits apart on one stride, each once "
-             "and at a whole byte"},
+             "formats.YV12.planes[2]: " + kUnlockable},
             {"YCrCb_420_SP with two luma planes",
              [](Json::Value& p) {
                  p["formats"]["YCRCB_420_SP"]["planes"][1]["components"][0][0] = "Y";
              },
-             "formats.YCRCB_420_SP.planes[1]: a YCbCr lock cannot present this plane: Y in 8-bit "
-             "samples, CB and CR in 8-bit samples 8 or 16 bits apart on one stride, each once "
-             "and at a whole byte"},
-            {"an exact YCrCb_420_SP answer a YCbCr lock cannot present",
-             [](Json::Value& p) { p["exact"].append(zyncam::profile::toJson(nv21Answer(24))); },
-             "exact[0].planeLayouts: a YCbCr lock cannot present this plane: Y in 8-bit "
-             "samples, CB and CR in 8-bit samples 8 or 16 bits apart on one stride, each once "
-             "and at a whole byte"},
+             "formats.YCRCB_420_SP.planes[1]: " + kUnlockable},
+            {"YCrCb_420_SP with a component off a whole byte",
+             [](Json::Value& p) {
+                 p["formats"]["YCRCB_420_SP"]["planes"][0]["components"].append(
+                         parse(R"(["A", 4, 4])"));
+             },
+             "formats.YCRCB_420_SP.planes[0]: " + kUnlockable},
+            {"an exact YCrCb_420_SP answer whose chroma a YCbCr lock cannot present",
+             [](Json::Value& p) {
+                 p["exact"].append(zyncam::profile::toJson(
+                         nv21Answer([](auto& layouts) { layouts[1].sampleIncrementInBits = 24; })));
+             },
+             "exact[0].planeLayouts: " + kUnlockable},
+            // Any standard component type, even one no format uses, is placed by the lock.
+            {"an exact YCrCb_420_SP answer with a component off a whole byte",
+             [](Json::Value& p) {
+                 p["exact"].append(zyncam::profile::toJson(nv21Answer([](auto& layouts) {
+                     layouts[0].components[0].type.value = int64_t{1} << 60;
+                     layouts[0].components[0].offsetInBits = -6;
+                 })));
+             },
+             "exact[0].planeLayouts: " + kUnlockable},
             {"a field name that would break the line",
              [](Json::Value& p) { p["odd\nname\x01"] = 1; }, "odd\\nname\\x01: unknown field"},
             {"an exact answer without its attributes",

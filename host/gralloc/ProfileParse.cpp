@@ -49,8 +49,9 @@ constexpr ComponentName kComponentNames[] = {
 
 // The formats whose planes the helper locates through a YCbCr lock, and what such a lock can
 // present: one 8-bit Y sample per byte; CB and CR in 8-bit samples, 1 or 2 bytes apart, all on
-// one chroma stride; each component once, at a whole byte. A profile laying one of them out
-// otherwise describes a gralloc that does not exist, and the helper's lock would fail.
+// one chroma stride; each component once; every component (of any type) at a whole byte. A profile
+// laying one of them out otherwise describes a gralloc that does not exist, and the helper's lock
+// would fail.
 constexpr int32_t kYCbCrLockedFormats[] = {static_cast<int32_t>(PixelFormat::YCRCB_420_SP),
                                            static_cast<int32_t>(PixelFormat::YV12)};
 constexpr int64_t kBitsPerByte = 8;
@@ -79,11 +80,12 @@ std::optional<size_t> firstUnlockablePlane(const std::vector<LockedPlane>& plane
     for (size_t i = 0; i < planes.size(); ++i) {
         const LockedPlane& p = planes[i];
         for (const ComponentRule& c : p.components) {
+            // The lock places every standard component, whatever its type, at a whole byte.
+            if (c.offsetInBits % kBitsPerByte != 0) return i;
             const auto type = static_cast<PlaneLayoutComponentType>(c.type);
             const bool isChroma =
                     type == PlaneLayoutComponentType::CB || type == PlaneLayoutComponentType::CR;
             if (type != PlaneLayoutComponentType::Y && !isChroma) continue;
-            if (c.offsetInBits % kBitsPerByte != 0) return i;
             if (type == PlaneLayoutComponentType::Y) {
                 if (y || c.sizeInBits != kLumaSampleBits ||
                     p.sampleIncrementInBits != kLumaSampleBits) {
@@ -111,8 +113,8 @@ std::optional<size_t> firstUnlockablePlane(const std::vector<LockedPlane>& plane
 }
 
 constexpr const char* kUnlockableReason =
-        "a YCbCr lock cannot present this plane: Y in 8-bit samples, CB and CR in 8-bit samples "
-        "8 or 16 bits apart on one stride, each once and at a whole byte";
+        "a YCbCr lock cannot present this plane: every component at a whole byte, Y in 8-bit "
+        "samples, CB and CR once each in 8-bit samples 8 or 16 bits apart on one stride";
 
 class Parser {
 public:
@@ -564,8 +566,8 @@ private:
             LockedPlane p{{}, layout.sampleIncrementInBits, layout.strideInBytes, 1};
             for (const auto& c : layout.components) {
                 // The lock skips components it does not take for standard ones.
-                const bool standard = android::gralloc4::isStandardPlaneLayoutComponentType(c.type);
-                p.components.push_back({standard ? c.type.value : 0, c.offsetInBits, c.sizeInBits});
+                if (!android::gralloc4::isStandardPlaneLayoutComponentType(c.type)) continue;
+                p.components.push_back({c.type.value, c.offsetInBits, c.sizeInBits});
             }
             planes.push_back(std::move(p));
         }
