@@ -27,9 +27,12 @@ def medians(build, runs, warmup, tool_first, scratch, request):
     base = os.path.join(build, "bin", "linked_exit")
     commands = [tool, base] if tool_first else [base, tool]
     out = os.path.join(scratch, "round.json")
-    subprocess.run(["hyperfine", "-N", "--style", "none", "--warmup", str(warmup), "--runs",
-                    str(runs), "--export-json", out] + commands,
-                   check=True, stdout=subprocess.DEVNULL)
+    # hyperfine's outlier warnings are expected on a busy machine; its errors are not.
+    run = subprocess.run(["hyperfine", "-N", "--style", "none", "--warmup", str(warmup), "--runs",
+                          str(runs), "--export-json", out] + commands,
+                         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+    if run.returncode != 0:
+        sys.exit("hyperfine failed (%d):\n%s" % (run.returncode, run.stderr))
     with open(out) as f:
         results = json.load(f)["results"]
     wall = {r["command"]: statistics.median(r["times"]) for r in results}
