@@ -308,6 +308,10 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
     EXPECT_EQ(error, kFile + ": line 2, column 1: Missing '}' or object member name");
     EXPECT_FALSE(zyncam::sim::loadProfileText("{\"name\": 1, \"name\": 2}", kFile, &error));
     EXPECT_EQ(error, kFile + ": line 1, column 13: Duplicate key: 'name'");
+    // The JSON reader throws on deep nesting; it is one more refusal.
+    const std::string deep = "{\"name\": " + std::string(1001, '[') + std::string(1001, ']') + "}";
+    EXPECT_FALSE(zyncam::sim::loadProfileText(deep, kFile, &error));
+    EXPECT_EQ(error, kFile + ": nested more than 1000 levels deep");
     EXPECT_FALSE(zyncam::sim::loadProfile("/nonexistent/soc.json", &error));
     EXPECT_EQ(error, "/nonexistent/soc.json: cannot be read");
     // A file without end is read no further than the limit, as the profile or as its base.

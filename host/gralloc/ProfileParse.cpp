@@ -4,6 +4,7 @@
 #include <android/hardware/graphics/mapper/utils/IMapperMetadataTypes.h>
 #include <gralloctypes/Gralloc4.h>
 #include <json/reader.h>
+#include <json/value.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -33,6 +34,7 @@ constexpr int64_t kMaxBitsPerPixel = 256;
 constexpr int64_t kMaxSubsampling = 16;
 constexpr int64_t kMaxFrames = 255;  // the handle carries the frame count in 8 bits
 constexpr int64_t kMaxBlockSize = 256;
+constexpr int kMaxNesting = 1000;  // arrays and objects within each other
 constexpr int64_t kInt32Max = std::numeric_limits<int32_t>::max();
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
 
@@ -604,10 +606,22 @@ std::optional<Json::Value> readJson(std::string_view text, const std::string& so
     }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder.settings_["stackLimit"] = kMaxNesting;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) {
+    bool parsed = false;
+    try {
+        parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
+    } catch (const Json::Exception& e) {
+        // jsoncpp throws, rather than failing, on input nested deeper than its stack limit.
+        const bool tooDeep = std::string_view(e.what()).find("stackLimit") != std::string::npos;
+        *error = source + ": " +
+                 (tooDeep ? "nested more than " + std::to_string(kMaxNesting) + " levels deep"
+                          : std::string(e.what()));
+        return std::nullopt;
+    }
+    if (!parsed) {
         *error = source + ": " + syntaxError(errors);
         return std::nullopt;
     }
