@@ -35,14 +35,20 @@ run_one() {
         return 1
     fi
     mkdir -p "$corpus" "$findings"
+    # Whatever a target writes goes into a folder of this run's own, removed however it ends.
+    local scratch
+    scratch="$(mktemp -d "${TMPDIR:-/tmp}/zyncam-fuzz.XXXXXX")"
     local dict=()
     [[ -f $here/$target.dict ]] && dict=("-dict=$here/$target.dict")
     # -timeout: one input may take this long; the probe of a huge buffer is the slowest path.
-    if ASAN_OPTIONS="detect_leaks=1" \
+    local status=0
+    TMPDIR="$scratch" ASAN_OPTIONS="detect_leaks=1" \
         UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1" \
         "$binary" "$corpus" "$here/corpus/$target" "${dict[@]}" \
         -max_total_time="$seconds" -timeout=25 -print_final_stats=1 \
-        -artifact_prefix="$findings/" ${FUZZ_FLAGS:-} >"$log" 2>&1; then
+        -artifact_prefix="$findings/" ${FUZZ_FLAGS:-} >"$log" 2>&1 || status=$?
+    rm -rf "$scratch"
+    if ((status == 0)); then
         echo "$target: no finding in ${seconds}s; $(grep -E '^stat::(number_of_executed_units|average_exec_per_sec|peak_rss_mb)' "$log" | tr '\n' ' ')$(grep -oE 'cov: [0-9]+ ft: [0-9]+' "$log" | tail -1)"
     else
         echo "$target: FINDING, see $log and $findings/" >&2

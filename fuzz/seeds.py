@@ -1,8 +1,18 @@
 #!/usr/bin/env python3
 """Writes the seed corpora under fuzz/corpus/. The seeds are checked in; run this after
-changing a fuzz target's input format."""
+changing a fuzz target's input format.
+
+    fuzz/seeds.py [GRALLOC_LAYOUT]
+
+The profile targets' seeds are the shipped profiles and captures of the example camera session,
+which GRALLOC_LAYOUT (default: build/bin/gralloc-layout) makes; without it the captures already
+checked in stay."""
+import json
 import os
 import struct
+import subprocess
+import sys
+import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 METADATA_TYPE = b"android.hardware.graphics.common.StandardMetadataType"
@@ -180,9 +190,80 @@ def layout_seeds():
         write("layout_query_fuzzer", name, data)
 
 
+ROOT = os.path.dirname(HERE)
+PROFILES = os.path.join(ROOT, "host", "profiles")
+SHIPPED = ("default", "soc-a64", "soc-b128")
+
+
+def capture(tool, profile, rules_name):
+    """A capture of the example session under `profile`, its base named as a file beside the
+    shipped profiles would name it."""
+    with tempfile.TemporaryDirectory() as scratch:
+        out = os.path.join(scratch, "capture.json")
+        args = [tool, "--capture", out, "-f",
+                os.path.join(ROOT, "tools", "examples", "camera-session.txt")]
+        if profile:
+            args[1:1] = ["--profile", os.path.join(PROFILES, profile + ".json")]
+        subprocess.run(args, check=True, stdout=subprocess.DEVNULL)
+        with open(out, "rb") as f:
+            text = f.read()
+    document = json.loads(text)
+    document["extends"] = rules_name
+    document["comment"] = document["comment"].replace(ROOT + "/", "")  # no local paths
+    return json.dumps(document, indent=1).encode() + b"\n"
+
+
+def profile_texts(tool):
+    texts = {}
+    for name in SHIPPED:
+        with open(os.path.join(PROFILES, name + ".json"), "rb") as f:
+            texts[name] = f.read()
+    captures = {"capture-default": (None, "default"),
+                "capture-soc-a64": ("soc-a64", "soc-a64.json")}
+    for name, (profile, rules) in captures.items():
+        if tool:
+            texts[name] = capture(tool, profile, rules)
+        else:
+            with open(os.path.join(HERE, "corpus", "profile_reader_fuzzer", name), "rb") as f:
+                texts[name] = f.read()
+    return texts
+
+
+def request(width, height, fmt, usage, batch=0):
+    return struct.pack("<iiiii", width, height, fmt, usage, batch)
+
+
+# A few requests of the example session (preview, ZSL, still YUV, RAW10, a slow-motion batch,
+# the secure stream) and one of no size, each profile answering four of them.
+SESSION = [
+    request(1920, 1080, 0x22, 0x900),
+    request(4000, 3000, 0x22, 0x60000),
+    request(4000, 3000, 0x23, 0x3),
+    request(4000, 3000, 0x25, 0x3),
+    request(1280, 720, 0x2602, 0x20000 | 0x10000 | 0x20000000),
+    request(640, 480, 0x23, 0x4000 | 0x20000),
+    request(0, 1080, 0x11, 0x3),
+]
+
+
+def profile_seeds(tool):
+    for name, text in profile_texts(tool).items():
+        write("profile_reader_fuzzer", name, text)
+        for i in range(0, len(SESSION), 4):
+            picked = SESSION[i:i + 4]
+            write("profile_requests_fuzzer", "%s-%d" % (name, i // 4),
+                  struct.pack("<B", len(picked) - 1) + b"".join(picked) + text)
+
+
 if __name__ == "__main__":
     metadata_seeds()
     mapper_seeds()
     names_seeds()
     tool_seeds()
     layout_seeds()
+    tool = sys.argv[1] if len(sys.argv) > 1 else os.path.join(ROOT, "build", "bin",
+                                                               "gralloc-layout")
+    if not os.access(tool, os.X_OK):
+        print("%s not found: the captures checked in stay" % tool, file=sys.stderr)
+        tool = None
+    profile_seeds(tool)

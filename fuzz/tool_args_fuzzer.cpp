@@ -44,9 +44,15 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     zyncam::fuzz::openLogGatesQuietly();
     // "-f -" reads requests from standard input: give it an empty one rather than the terminal.
     if (std::freopen("/dev/null", "r", stdin) == nullptr) zyncam::fuzz::fail("no /dev/null");
-    // --capture and --svg write their files: into a scratch folder of the fuzzer's own.
-    static char folder[] = "/tmp/tool_args_fuzzer.XXXXXX";
-    if (mkdtemp(folder) == nullptr || chdir(folder) != 0) zyncam::fuzz::fail("no scratch folder");
+    // --capture and --svg write their files: into a scratch folder of the fuzzer's own, under
+    // $TMPDIR (fuzz/run.sh gives each run one of its own and removes it, also after a finding).
+    static std::string folder;
+    const char* tmp = std::getenv("TMPDIR");
+    folder =
+            std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/tool_args_fuzzer.XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr || chdir(folder.c_str()) != 0) {
+        zyncam::fuzz::fail("no scratch folder");
+    }
     std::atexit([] {
         std::error_code ignored;
         std::filesystem::remove_all(folder, ignored);

@@ -10,6 +10,7 @@
 
 #include "ToolRun.h"
 #include "kit/GrallocKit.h"
+#include "kit/TestKit.h"
 
 namespace {
 
@@ -43,10 +44,6 @@ void writeJsonFile(const std::string& path, const Json::Value& value) {
     std::ofstream(path) << Json::writeString(Json::StreamWriterBuilder(), value);
 }
 
-std::string tempFile(const std::string& name) {
-    return ::testing::TempDir() + "capture_test_" + name;
-}
-
 TEST(ProfileCaptureTest, ReplayingACaptureGivesWhatTheAllocatorAnswered) {
     testkit::SimFaults faults;
     // Each shipped profile, and another one whose rules the capture is then put on.
@@ -58,9 +55,10 @@ TEST(ProfileCaptureTest, ReplayingACaptureGivesWhatTheAllocatorAnswered) {
             {"soc-a64.json", profilePath("soc-b128.json")},
             {"soc-b128.json", "default"},
     };
+    testkit::ScratchFolder folder;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
-        const std::string capture = tempFile(c.file);
+        const std::string capture = folder.path(c.file);
         const ToolRun device = run(
                 {"--json", "--profile", profilePath(c.file), "--capture", capture, "-f", kSession});
         ASSERT_EQ(device.code, kExitOk) << device.err;
@@ -114,7 +112,8 @@ TEST(ProfileCaptureTest, ReplayingACaptureGivesWhatTheAllocatorAnswered) {
 
 TEST(ProfileCaptureTest, RequestsOutsideTheCaptureFallBackToTheRules) {
     testkit::SimFaults faults;
-    const std::string capture = tempFile("one.json");
+    testkit::ScratchFolder folder;
+    const std::string capture = folder.path("one.json");
     ASSERT_EQ(run({"--capture", capture, "1920x1080", "YCrCb_420_SP"}).code, kExitOk);
 
     const ToolRun text = run({"--profile", capture, "1920x1080", "YCrCb_420_SP", "1280x720", "NV12",
@@ -142,7 +141,8 @@ TEST(ProfileCaptureTest, RequestsOutsideTheCaptureFallBackToTheRules) {
 TEST(ProfileCaptureTest, WhatCannotBeCapturedIsReportedAndLeavesNothingBehind) {
     testkit::SimFaults faults;
     const int64_t liveBefore = zyncam::sim::counters().liveBuffers;
-    const std::string capture = tempFile("partial.json");
+    testkit::ScratchFolder folder;
+    const std::string capture = folder.path("partial.json");
 
     // The allocator answers a format the library does not lay out: captured all the same.
     const ToolRun refused = run({"--capture", capture, "64x48", "RGBX_8888", "64x48", "NV12"});
@@ -220,7 +220,8 @@ TEST(ProfileCompareTest, ShippedProfilesDifferWhereTheirRulesDo) {
 
 TEST(ProfileCompareTest, AProfileAndItsCaptureAgree) {
     testkit::SimFaults faults;
-    const std::string capture = tempFile("compare.json");
+    testkit::ScratchFolder folder;
+    const std::string capture = folder.path("compare.json");
     const std::string b128 = profilePath("soc-b128.json");
     ASSERT_EQ(run({"--profile", b128, "--capture", capture, "-f", kSession}).code, kExitOk);
     const ToolRun same = run({"--compare", b128, capture, "-f", kSession});

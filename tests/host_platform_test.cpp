@@ -54,7 +54,8 @@ TEST(PropertiesTest, GetSetAndScopedRestore) {
 }
 
 TEST(PropertiesTest, LoadsFile) {
-    const std::string path = ::testing::TempDir() + "props.txt";
+    testkit::ScratchFolder folder;
+    const std::string path = folder.path("props.txt");
     FILE* f = fopen(path.c_str(), "w");
     fputs("# comment\ntest.file.a=3\ntest.file.b=text\n", f);
     fclose(f);

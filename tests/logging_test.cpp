@@ -138,8 +138,8 @@ void fatalLine() {
 
 TEST(LoggingDeathTest, FatalFlushesTheSinkThenAborts) {
     // The child records what reached its sink into a file the parent reads afterwards.
-    const std::string path = ::testing::TempDir() + "ulog_fatal.txt";
-    remove(path.c_str());
+    testkit::ScratchFolder folder;
+    const std::string path = folder.path("ulog_fatal.txt");
     EXPECT_DEATH(
             {
                 struct FileSink : NSCam::Utils::ULog::ULogger {

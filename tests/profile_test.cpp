@@ -166,6 +166,22 @@ ExactAnswer rgbaAnswer() {
     return a;
 }
 
+// An exact answer for a 64x64 YCrCb_420_SP buffer, as the simulator lays it out, with `edit`
+// applied to its plane layouts.
+ExactAnswer nv21Answer(const std::function<void(std::vector<common::PlaneLayout>&)>& edit) {
+    testkit::Buffer buffer(64, 64, 0x11, 0x3);
+    ExactAnswer a = observe(buffer.get());
+    a.request = {64, 64, 0x11, 0x3, 1};
+    using Encoding = android::hardware::graphics::mapper::StandardMetadata<
+            common::StandardMetadataType::PLANE_LAYOUTS>::value;
+    auto layouts = *Encoding::decode(a.planeLayouts->data(), a.planeLayouts->size());
+    edit(layouts);
+    a.planeLayouts->resize(Encoding::encode(layouts, nullptr, 0));
+    EXPECT_EQ(Encoding::encode(layouts, a.planeLayouts->data(), a.planeLayouts->size()),
+              static_cast<int32_t>(a.planeLayouts->size()));
+    return a;
+}
+
 struct BadProfile {
     const char* what;
     std::function<void(Json::Value&)> edit;  // applied to default.json
@@ -174,6 +190,9 @@ struct BadProfile {
 
 TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
     const std::string kFile = "bad.json";
+    const std::string kUnlockable =
+            "a YCbCr lock cannot present this plane: every component at a whole byte, Y in 8-bit "
+            "samples, CB and CR once each in 8-bit samples 8 or 16 bits apart on one stride";
     const BadProfile cases[] = {
             {"unknown field", [](Json::Value& p) { p["colour"] = 1; }, "colour: unknown field"},
             {"unknown nested field",
@@ -249,6 +268,51 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
              },
              "exact[0]: width and height must be positive, stride and verticalStride not "
              "negative"},
+            {"more exact answers than a profile may hold",
+             [](Json::Value& p) {
+                 for (size_t i = 0; i <= zyncam::profile::kMaxExactAnswers; ++i) {
+                     ExactAnswer a = rgbaAnswer();
+                     a.request.width = a.width = static_cast<int32_t>(1 + i);
+                     p["exact"].append(zyncam::profile::toJson(a));
+                 }
+             },
+             "exact: more than 4096 answers"},
+            {"a profile larger than a profile may be",
+             [](Json::Value& p) {
+                 p["description"] = std::string(zyncam::profile::kMaxProfileBytes, 'x');
+             },
+             "more than 4194304 bytes"},
+            {"YV12 chroma a YCbCr lock cannot present",
+             [](Json::Value& p) { p["formats"]["YV12"]["planes"][2]["sampleIncrementInBits"] = 6; },
+             "formats.YV12.planes[2]: " + kUnlockable},
+            {"YCrCb_420_SP with two luma planes",
+             [](Json::Value& p) {
+                 p["formats"]["YCRCB_420_SP"]["planes"][1]["components"][0][0] = "Y";
+             },
+             "formats.YCRCB_420_SP.planes[1]: " + kUnlockable},
+            {"YCrCb_420_SP with a component off a whole byte",
+             [](Json::Value& p) {
+                 p["formats"]["YCRCB_420_SP"]["planes"][0]["components"].append(
+                         parse(R"(["A", 4, 4])"));
+             },
+             "formats.YCRCB_420_SP.planes[0]: " + kUnlockable},
+            {"an exact YCrCb_420_SP answer whose chroma a YCbCr lock cannot present",
+             [](Json::Value& p) {
+                 p["exact"].append(zyncam::profile::toJson(
+                         nv21Answer([](auto& layouts) { layouts[1].sampleIncrementInBits = 24; })));
+             },
+             "exact[0].planeLayouts: " + kUnlockable},
+            // Any standard component type, even one no format uses, is placed by the lock.
+            {"an exact YCrCb_420_SP answer with a component off a whole byte",
+             [](Json::Value& p) {
+                 p["exact"].append(zyncam::profile::toJson(nv21Answer([](auto& layouts) {
+                     layouts[0].components[0].type.value = int64_t{1} << 60;
+                     layouts[0].components[0].offsetInBits = -6;
+                 })));
+             },
+             "exact[0].planeLayouts: " + kUnlockable},
+            {"a field name that would break the line",
+             [](Json::Value& p) { p["odd\nname\x01"] = 1; }, "odd\\nname\\x01: unknown field"},
             {"an exact answer without its attributes",
              [](Json::Value& p) {
                  Json::Value e = zyncam::profile::toJson(rgbaAnswer());
@@ -273,8 +337,17 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
     EXPECT_EQ(error, kFile + ": line 2, column 1: Missing '}' or object member name");
     EXPECT_FALSE(zyncam::sim::loadProfileText("{\"name\": 1, \"name\": 2}", kFile, &error));
     EXPECT_EQ(error, kFile + ": line 1, column 13: Duplicate key: 'name'");
+    // The JSON reader throws on deep nesting; it is one more refusal.
+    const std::string deep = "{\"name\": " + std::string(1001, '[') + std::string(1001, ']') + "}";
+    EXPECT_FALSE(zyncam::sim::loadProfileText(deep, kFile, &error));
+    EXPECT_EQ(error, kFile + ": nested more than 1000 levels deep");
     EXPECT_FALSE(zyncam::sim::loadProfile("/nonexistent/soc.json", &error));
     EXPECT_EQ(error, "/nonexistent/soc.json: cannot be read");
+    // A file without end is read no further than the limit, as the profile or as its base.
+    EXPECT_FALSE(zyncam::sim::loadProfile("/dev/zero", &error));
+    EXPECT_EQ(error, "/dev/zero: more than 4194304 bytes");
+    EXPECT_FALSE(zyncam::sim::loadProfileText(R"({"extends": "/dev/zero"})", kFile, &error));
+    EXPECT_EQ(error, "/dev/zero: more than 4194304 bytes");
     EXPECT_EQ(zyncam::sim::profileSource(), before);
     // The simulator still allocates with the profile in force.
     testkit::Buffer buffer(640, 480, kNV21, kCpuReadOften);
@@ -324,7 +397,8 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     }
 
     // A file beside it, with one format replaced.
-    const std::string dir = ::testing::TempDir();
+    testkit::ScratchFolder folder;
+    const std::string dir = folder.path();
     Json::Value a64 = parse(readFile(kProfiles + "/soc-a64.json"));
     a64["formats"]["RGBA_8888"]["colour"] = 1;
     std::ofstream(dir + "/broken-a64.json") << write(a64);
@@ -349,7 +423,6 @@ TEST(ProfileLoadTest, AProfileExtendsAnother) {
     child["extends"] = "broken-a64.json";
     EXPECT_FALSE(zyncam::sim::loadProfileText(write(child), dir + "/child.json", &error));
     EXPECT_EQ(error, dir + "/broken-a64.json: formats.RGBA_8888.colour: unknown field");
-    remove((dir + "/broken-a64.json").c_str());
 }
 
 // Sets an environment variable for the scope.
@@ -392,7 +465,8 @@ TEST(ProfileLoadTest, TheGeneratedBuiltInRulesAreTheParsedOnes) {
 }
 
 TEST(ProfileLoadDeathTest, ABadStartUpProfileEndsTheProcess) {
-    const std::string path = ::testing::TempDir() + "/unknown-field.json";
+    testkit::ScratchFolder folder;
+    const std::string path = folder.path("unknown-field.json");
     Json::Value p = defaultProfile();
     p["formats"]["NV12"]["rowAlgn"] = 2;
     std::ofstream(path) << write(p);
@@ -403,7 +477,6 @@ TEST(ProfileLoadDeathTest, ABadStartUpProfileEndsTheProcess) {
             },
             ::testing::ExitedWithCode(EXIT_FAILURE),
             "simulated gralloc: " + path + ": formats.NV12.rowAlgn: unknown field\n");
-    remove(path.c_str());
 }
 
 // Each shipped profile lays out ordinary buffers so that the helper finds every plane whole: no
@@ -612,6 +685,37 @@ TEST(ExactAnswerTest, AnExactAnswerWinsOverTheRules) {
     EXPECT_EQ(info.planes[0].sizeInBytes, 2048u * 1088);
     EXPECT_EQ(info.planes[1].sizeInBytes, 2048u * 544);
     EXPECT_FALSE(log.has("checkPlaneSize"));
+}
+
+// The limit counts the answers of the profile and of its base together.
+TEST(ExactAnswerTest, AProfileHoldsAtMostTheLimitOfExactAnswers) {
+    const size_t limit = zyncam::profile::kMaxExactAnswers;
+    auto answers = [](size_t first, size_t count) {
+        Json::Value list(Json::arrayValue);
+        for (size_t i = first; i < first + count; ++i) {
+            ExactAnswer a = rgbaAnswer();
+            a.request.width = a.width = static_cast<int32_t>(1 + i);
+            list.append(zyncam::profile::toJson(a));
+        }
+        return list;
+    };
+    Json::Value full = defaultProfile();
+    full["exact"] = answers(0, limit);
+    {
+        testkit::ScopedProfile profile(write(full), "full.json");
+        EXPECT_EQ(zyncam::sim::profileExactAnswerCount(), limit);
+        EXPECT_NE(zyncam::sim::exactAnswerFor({static_cast<int32_t>(limit), 64, 0x1, 0x3, 1}),
+                  nullptr);
+    }
+    testkit::ScratchFolder folder;
+    full["exact"] = answers(0, limit - 1);
+    std::ofstream(folder.path("base.json")) << write(full);
+    Json::Value child;
+    child["extends"] = "base.json";
+    child["exact"] = answers(limit - 1, 2);
+    std::string error;
+    EXPECT_FALSE(zyncam::sim::loadProfileText(write(child), folder.path("child.json"), &error));
+    EXPECT_EQ(error, folder.path("child.json") + ": exact: more than 4096 answers");
 }
 
 // Requests beyond what the allocator can make are refused with a code, whatever the format:

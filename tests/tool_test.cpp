@@ -480,7 +480,8 @@ TEST(LayoutToolProfileTest, RunsFollowTheProfileAndPutTheOneBeforeBack) {
 
 TEST(LayoutToolProfileTest, AProfileThatCannotBeUsedIsOneLineAndChangesNothing) {
     testkit::SimFaults faults;
-    const std::string bad = ::testing::TempDir() + "tool_profile_unknown_field.json";
+    testkit::ScratchFolder folder;
+    const std::string bad = folder.path("unknown-field.json");
     std::ofstream(bad) << R"({"name": "odd", "bogus": 1})";
     const std::string before = zyncam::sim::profileName();
     const struct {

@@ -134,7 +134,8 @@ Profile builtInProfileRules();
 std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::string& source,
                                             std::string* error);
 
-// The whole content of a file, or nothing when it cannot be read.
+// The content of a file, at most profile::kMaxProfileBytes + 1 bytes of it (so that a larger
+// one is seen to be too large), or nothing when it cannot be read.
 std::optional<std::string> readTextFile(const std::string& path);
 
 // The profile in force: the one loaded last, else $ZYNCAM_GRALLOC_PROFILE, else the built-in one.

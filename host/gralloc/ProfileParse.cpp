@@ -1,9 +1,13 @@
 // Reading a device profile from JSON and refusing one that contradicts itself.
+#include <aidl/android/hardware/graphics/common/PixelFormat.h>
 #include <aidl/android/hardware/graphics/common/PlaneLayoutComponentType.h>
 #include <android/hardware/graphics/mapper/utils/IMapperMetadataTypes.h>
+#include <gralloctypes/Gralloc4.h>
 #include <json/reader.h>
+#include <json/value.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -17,6 +21,7 @@ namespace zyncam::sim {
 
 namespace {
 
+using aidl::android::hardware::graphics::common::PixelFormat;
 using aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
 using profile::element;
 using profile::FieldReader;
@@ -30,6 +35,7 @@ constexpr int64_t kVariableSizeInBits = -1;
 constexpr int64_t kMaxSubsampling = 16;
 constexpr int64_t kMaxFrames = 255;  // the handle carries the frame count in 8 bits
 constexpr int64_t kMaxBlockSize = 256;
+constexpr int kMaxNesting = 1000;  // arrays and objects within each other
 constexpr int64_t kInt32Max = std::numeric_limits<int32_t>::max();
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
 
@@ -43,6 +49,75 @@ constexpr ComponentName kComponentNames[] = {
         {"G", PlaneLayoutComponentType::G},     {"B", PlaneLayoutComponentType::B},
         {"RAW", PlaneLayoutComponentType::RAW}, {"A", PlaneLayoutComponentType::A},
 };
+
+// The formats whose planes the helper locates through a YCbCr lock, and what such a lock can
+// present: one 8-bit Y sample per byte; CB and CR in 8-bit samples, 1 or 2 bytes apart, all on
+// one chroma stride; each component once; every component (of any type) at a whole byte. A profile
+// laying one of them out otherwise describes a gralloc that does not exist, and the helper's lock
+// would fail.
+constexpr int32_t kYCbCrLockedFormats[] = {static_cast<int32_t>(PixelFormat::YCRCB_420_SP),
+                                           static_cast<int32_t>(PixelFormat::YV12)};
+constexpr int64_t kBitsPerByte = 8;
+constexpr int64_t kLumaSampleBits = 8;
+constexpr int64_t kPlanarChromaBits = 8;
+constexpr int64_t kInterleavedChromaBits = 16;
+
+bool lockedThroughYCbCr(int32_t format) {
+    return std::find(std::begin(kYCbCrLockedFormats), std::end(kYCbCrLockedFormats), format) !=
+           std::end(kYCbCrLockedFormats);
+}
+
+// One plane as a YCbCr lock sees it; the stride is compared between chroma planes only, as a
+// fraction (a rule knows it relative to plane 0).
+struct LockedPlane {
+    std::vector<ComponentRule> components;
+    int64_t sampleIncrementInBits;
+    int64_t strideNumerator;
+    int64_t strideDenominator;
+};
+
+// Empty when a YCbCr lock can present the planes, else the index of the first it cannot.
+std::optional<size_t> firstUnlockablePlane(const std::vector<LockedPlane>& planes) {
+    bool y = false, cb = false, cr = false;
+    const LockedPlane* chroma = nullptr;
+    for (size_t i = 0; i < planes.size(); ++i) {
+        const LockedPlane& p = planes[i];
+        for (const ComponentRule& c : p.components) {
+            // The lock places every standard component, whatever its type, at a whole byte.
+            if (c.offsetInBits % kBitsPerByte != 0) return i;
+            const auto type = static_cast<PlaneLayoutComponentType>(c.type);
+            const bool isChroma =
+                    type == PlaneLayoutComponentType::CB || type == PlaneLayoutComponentType::CR;
+            if (type != PlaneLayoutComponentType::Y && !isChroma) continue;
+            if (type == PlaneLayoutComponentType::Y) {
+                if (y || c.sizeInBits != kLumaSampleBits ||
+                    p.sampleIncrementInBits != kLumaSampleBits) {
+                    return i;
+                }
+                y = true;
+                continue;
+            }
+            if (p.sampleIncrementInBits != kPlanarChromaBits &&
+                p.sampleIncrementInBits != kInterleavedChromaBits) {
+                return i;
+            }
+            if (chroma != nullptr && (chroma->sampleIncrementInBits != p.sampleIncrementInBits ||
+                                      chroma->strideNumerator * p.strideDenominator !=
+                                              p.strideNumerator * chroma->strideDenominator)) {
+                return i;
+            }
+            chroma = &p;
+            bool& seen = type == PlaneLayoutComponentType::CB ? cb : cr;
+            if (seen) return i;
+            seen = true;
+        }
+    }
+    return std::nullopt;
+}
+
+constexpr const char* kUnlockableReason =
+        "a YCbCr lock cannot present this plane: every component at a whole byte, Y in 8-bit "
+        "samples, CB and CR once each in 8-bit samples 8 or 16 bits apart on one stride";
 
 class Parser {
 public:
@@ -214,7 +289,21 @@ private:
         }
         rule.rowAlign = integer(v, path, "rowAlign", 1, kMaxAlignment, 1).value_or(1);
         if (!r.ok()) return false;
-        return checkPlanes(rule, path);
+        return checkPlanes(rule, path) && checkYCbCrLock(rule, path);
+    }
+
+    bool checkYCbCrLock(const FormatRule& rule, const std::string& path) {
+        if (!lockedThroughYCbCr(rule.format)) return true;
+        // Plane i's stride is plane 0's x its increment / (its subsampling x plane 0's).
+        std::vector<LockedPlane> planes;
+        for (const PlaneRule& p : rule.planes) {
+            planes.push_back({p.components, p.sampleIncrementInBits, p.sampleIncrementInBits,
+                              p.horizontalSubsampling});
+        }
+        if (auto bad = firstUnlockablePlane(planes)) {
+            return r.fail(element(member(path, "planes"), *bad), kUnlockableReason);
+        }
+        return true;
     }
 
     PlaneRule parsePlane(const Json::Value& v, const std::string& path) {
@@ -418,6 +507,10 @@ private:
         using aidl::android::hardware::graphics::common::StandardMetadataType;
         using android::hardware::graphics::mapper::StandardMetadata;
         if (!r.array(v, "exact")) return;
+        if (v.size() > profile::kMaxExactAnswers) {
+            r.fail("exact", "more than " + std::to_string(profile::kMaxExactAnswers) + " answers");
+            return;
+        }
         std::map<profile::AllocationRequest, size_t> seen;
         for (Json::ArrayIndex i = 0; i < v.size(); ++i) {
             const std::string path = element("exact", i);
@@ -456,14 +549,35 @@ private:
                            "more than " + std::to_string(kExactPlaneLayoutsCapacity) + " bytes");
                     return;
                 }
-                if (!StandardMetadata<StandardMetadataType::PLANE_LAYOUTS>::value::decode(
-                            bytes.data(), bytes.size())) {
+                const auto layouts =
+                        StandardMetadata<StandardMetadataType::PLANE_LAYOUTS>::value::decode(
+                                bytes.data(), bytes.size());
+                if (!layouts) {
                     r.fail(member(path, "planeLayouts"), "not an encoding of PLANE_LAYOUTS");
+                    return;
+                }
+                if (lockedThroughYCbCr(answer->format) && !ycbcrLockable(*layouts)) {
+                    r.fail(member(path, "planeLayouts"), kUnlockableReason);
                     return;
                 }
             }
             mProfile.exact.emplace(q, std::move(answer));
         }
+    }
+
+    template <typename Layouts>
+    static bool ycbcrLockable(const Layouts& layouts) {
+        std::vector<LockedPlane> planes;
+        for (const auto& layout : layouts) {
+            LockedPlane p{{}, layout.sampleIncrementInBits, layout.strideInBytes, 1};
+            for (const auto& c : layout.components) {
+                // The lock skips components it does not take for standard ones.
+                if (!android::gralloc4::isStandardPlaneLayoutComponentType(c.type)) continue;
+                p.components.push_back({c.type.value, c.offsetInBits, c.sizeInBits});
+            }
+            planes.push_back(std::move(p));
+        }
+        return !firstUnlockablePlane(planes);
     }
 
     Profile& mProfile;
@@ -490,12 +604,28 @@ std::string syntaxError(const std::string& errors) {
 
 std::optional<Json::Value> readJson(std::string_view text, const std::string& source,
                                     std::string* error) {
+    if (text.size() > profile::kMaxProfileBytes) {
+        *error = source + ": more than " + std::to_string(profile::kMaxProfileBytes) + " bytes";
+        return std::nullopt;
+    }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder.settings_["stackLimit"] = kMaxNesting;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) {
+    bool parsed = false;
+    try {
+        parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
+    } catch (const Json::Exception& e) {
+        // jsoncpp throws, rather than failing, on input nested deeper than its stack limit.
+        const bool tooDeep = std::string_view(e.what()).find("stackLimit") != std::string::npos;
+        *error = source + ": " +
+                 (tooDeep ? "nested more than " + std::to_string(kMaxNesting) + " levels deep"
+                          : std::string(e.what()));
+        return std::nullopt;
+    }
+    if (!parsed) {
         *error = source + ": " + syntaxError(errors);
         return std::nullopt;
     }
@@ -558,13 +688,44 @@ std::optional<Json::Value> withBase(Json::Value root, const std::string& source,
     return base;
 }
 
+// Field names and values in a reason come from the file; a control character among them is
+// written as an escape, so that the reason stays one line.
+std::string oneLine(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '\n') {
+            out += "\\n";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            char escaped[5];
+            snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
 }  // namespace
 
 std::optional<std::string> readTextFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    if (!(in && text << in.rdbuf())) return std::nullopt;
-    return text.str();
+    if (!in) return std::nullopt;
+    // Reading stops one byte past the limit: an endless file (/dev/zero) or a huge one costs no
+    // more than that.
+    std::string text;
+    constexpr size_t kChunk = 64 * 1024;
+    while (text.size() <= profile::kMaxProfileBytes) {
+        const size_t before = text.size();
+        const size_t want = std::min(kChunk, profile::kMaxProfileBytes + 1 - before);
+        text.resize(before + want);
+        in.read(text.data() + before, static_cast<std::streamsize>(want));
+        text.resize(before + static_cast<size_t>(in.gcount()));
+        if (in.eof()) return text;
+        if (!in) return std::nullopt;
+    }
+    return text;
 }
 
 std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::string& source,
@@ -577,7 +738,7 @@ std::shared_ptr<const Profile> parseProfile(std::string_view text, const std::st
     Parser parser(*profile);
     if (root && !parser.parse(*root)) problem = source + ": " + parser.error();
     if (!problem.empty()) {
-        if (error != nullptr) *error = problem;
+        if (error != nullptr) *error = oneLine(problem);
         return nullptr;
     }
     return profile;

@@ -18,7 +18,6 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <string>
 
 #include <zyncam_host/Platform.h>
@@ -131,12 +130,15 @@ extern "C" void* android_load_sphal_library(const char* name, int flag) {
         std::lock_guard<std::mutex> lock(gSphalLock);
         path = sphalPath();
     }
-    std::stringstream dirs(path);
-    std::string dir;
-    while (std::getline(dirs, dir, ':')) {
-        if (dir.empty()) continue;
-        std::string candidate = dir + "/" + name;
-        if (void* handle = dlopen(candidate.c_str(), flag)) return handle;
+    // Split by hand: setting up a string stream costs more than the loading it would serve.
+    for (size_t start = 0; start <= path.size();) {
+        size_t end = path.find(':', start);
+        if (end == std::string::npos) end = path.size();
+        if (end != start) {
+            const std::string candidate = path.substr(start, end - start) + "/" + name;
+            if (void* handle = dlopen(candidate.c_str(), flag)) return handle;
+        }
+        start = end + 1;
     }
     __android_log_print(ANDROID_LOG_ERROR, "vndksupport", "Could not load %s from \"%s\": %s", name,
                         path.c_str(), dlerror());

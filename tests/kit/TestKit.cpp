@@ -7,8 +7,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+
+#include <gtest/gtest.h>
 
 #include <zyncam_host/Platform.h>
 
@@ -139,6 +144,23 @@ NoFreeDescriptors::~NoFreeDescriptors() {
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = static_cast<rlim_t>(mSavedLimit);
     setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+ScratchFolder::ScratchFolder() {
+    std::string pattern = ::testing::TempDir();
+    if (pattern.empty() || pattern.back() != '/') pattern += '/';
+    pattern += "zyncam-test.XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        fprintf(stderr, "testkit: no scratch folder from %s: %s\n", pattern.c_str(),
+                strerror(errno));
+        abort();
+    }
+    mPath = pattern;
+}
+
+ScratchFolder::~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(mPath, ignored);
 }
 
 }  // namespace testkit

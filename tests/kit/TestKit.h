@@ -1,4 +1,4 @@
-// Test kit: capture of both log sinks and per-test properties.
+// Test kit: capture of both log sinks, per-test properties, and scratch folders.
 #pragma once
 
 #include <cstdint>
@@ -81,6 +81,26 @@ public:
 private:
     std::vector<int> mFillers;
     uint64_t mSavedLimit = 0;
+};
+
+// A folder of the test's own for the files it writes, made afresh under the test temp folder
+// (gtest's TempDir: $TEST_TMPDIR, else $TMPDIR, else /tmp), so that two runs on one machine
+// never share a path; it goes, with everything in it, at the end of the scope. The process ends
+// when no folder can be made.
+class ScratchFolder {
+public:
+    ScratchFolder();
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    // The folder, without a trailing '/'.
+    const std::string& path() const { return mPath; }
+    // `name` inside the folder.
+    std::string path(const std::string& name) const { return mPath + "/" + name; }
+
+private:
+    std::string mPath;
 };
 
 }  // namespace testkit

@@ -5,6 +5,7 @@
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,6 +15,11 @@ namespace zyncam::profile {
 
 // Plane-layout bytes an exact answer may carry; a profile with more is refused.
 inline constexpr uint32_t kExactPlaneLayoutsCapacity = 4096;
+// A profile is user input (captures travel between people): a file or text larger than this, or
+// one with more exact answers (its base's included), is refused. A capture of every stream of
+// a camera session is a few hundred answers of about 1 KiB each.
+inline constexpr size_t kMaxProfileBytes = 4 * 1024 * 1024;
+inline constexpr size_t kMaxExactAnswers = 4096;
 
 // One allocation as the allocator receives it (IAllocator::allocate2's descriptor). The helper
 // normalises a request's usage before it allocates its probe, so this is the normalised usage.
