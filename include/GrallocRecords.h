@@ -27,6 +27,19 @@ inline constexpr int32_t kPixelFormatSmvrBatchCompressed4 = 0x2611;
 inline constexpr int32_t kPixelFormatSmvrBatchCompressed8 = 0x2612;
 inline constexpr int32_t kPixelFormatSmvrBatchCompressed16 = 0x2613;
 inline constexpr int32_t kPixelFormatSmvrBatchCompressed32 = 0x2614;
+// Every slow-motion batch format, plain first, each group by frame count.
+inline constexpr int32_t kPixelFormatsSmvrBatch[] = {
+        kPixelFormatSmvrBatch2,
+        kPixelFormatSmvrBatch4,
+        kPixelFormatSmvrBatch8,
+        kPixelFormatSmvrBatch16,
+        kPixelFormatSmvrBatch32,
+        kPixelFormatSmvrBatchCompressed2,
+        kPixelFormatSmvrBatchCompressed4,
+        kPixelFormatSmvrBatchCompressed8,
+        kPixelFormatSmvrBatchCompressed16,
+        kPixelFormatSmvrBatchCompressed32,
+};
 
 // Vendor usage bit: a slow-motion batch buffer ("|SMVR" in logs).
 inline constexpr int32_t kUsageSmvr = 0x20000000;

@@ -151,18 +151,7 @@ TEST(NormaliseTest, BatchTableCoversEveryOffset) {
     for (size_t i = 0; i < std::size(expected); ++i) {
         EXPECT_EQ(GrallocAidlV2::kFormatBatchNum[i], expected[i]) << i;
     }
-    const int32_t batchFormats[] = {
-            zcam::kPixelFormatSmvrBatch2,
-            zcam::kPixelFormatSmvrBatch4,
-            zcam::kPixelFormatSmvrBatch8,
-            zcam::kPixelFormatSmvrBatch16,
-            zcam::kPixelFormatSmvrBatch32,
-            zcam::kPixelFormatSmvrBatchCompressed2,
-            zcam::kPixelFormatSmvrBatchCompressed4,
-            zcam::kPixelFormatSmvrBatchCompressed8,
-            zcam::kPixelFormatSmvrBatchCompressed16,
-            zcam::kPixelFormatSmvrBatchCompressed32,
-    };
+    const auto& batchFormats = zcam::kPixelFormatsSmvrBatch;
     for (int32_t f = kFirst - 16; f <= kLast + 16; ++f) {
         const bool batch = std::find(std::begin(batchFormats), std::end(batchFormats), f) !=
                            std::end(batchFormats);

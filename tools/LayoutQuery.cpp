@@ -114,30 +114,23 @@ void reportRequest(std::ostream& err, size_t index, const RequestSpec& given,
 // not be. Returns an exit code when no request could be answered at all.
 std::optional<int> answerAll(const Settings& settings, Capture* capture,
                              std::vector<Answer>* answers, bool* captured, std::ostream& err) {
-    // The sink is in place before the helper exists and stays until it is gone.
-    LibraryLog log(settings.verbose);
-    const std::unique_ptr<zcam::IGrallocHelper> helper = zcam::createGrallocHelper();
-    const zcam::IGrallocLayoutCache* cache = zcam::layoutCacheOf(*helper);
-    if (cache == nullptr) {
-        err << kErrorPrefix << "the helper offers no view of its layout cache\n";
-        return kExitNotAnswered;
-    }
-    LayoutSession session(*helper, *cache, log);
-    for (size_t i = 0; i < settings.requests.size(); ++i) {
-        const RequestSpec& given = settings.requests[i];
-        Answer& a = answers->emplace_back(session.answer(given));
-        if (a.outcome == Outcome::Answered) {
-            a.exactAnswer = answeredExactly(probeAllocation(a.probed));
-        } else {
-            reportRequest(err, i, given, a.reason);
+    return withLayoutSession(settings.verbose, err, [&](LayoutSession& session) {
+        for (size_t i = 0; i < settings.requests.size(); ++i) {
+            const RequestSpec& given = settings.requests[i];
+            Answer& a = answers->emplace_back(session.answer(given));
+            if (a.outcome == Outcome::Answered) {
+                a.exactAnswer = answeredExactly(probeAllocation(a.probed));
+            } else {
+                reportRequest(err, i, given, a.reason);
+            }
+            if (capture == nullptr) continue;
+            if (auto why = capture->record(a.probed)) {
+                reportRequest(err, i, given, "not captured: " + *why);
+                *captured = false;
+            }
         }
-        if (capture == nullptr) continue;
-        if (auto why = capture->record(a.probed)) {
-            reportRequest(err, i, given, "not captured: " + *why);
-            *captured = false;
-        }
-    }
-    return std::nullopt;
+        return std::optional<int>();
+    });
 }
 
 int layouts(const Settings& settings, std::ostream& out, std::ostream& err) {

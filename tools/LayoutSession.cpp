@@ -4,6 +4,7 @@
 #include <aidl/android/hardware/graphics/common/BufferUsage.h>
 #include <utils/Errors.h>
 
+#include "ExitCode.h"
 #include "Vocabulary.h"
 
 namespace zyncam::tools {
@@ -125,6 +126,20 @@ Answer LayoutSession::answer(const RequestSpec& given) {
     if (!mCache.findCachedLayout(given.request, info.isAFBC, &a.layout)) a.layout.info = info;
     a.planes = describePlanes(a.layout);
     return a;
+}
+
+std::optional<int> withLayoutSession(
+        bool verbose, std::ostream& err,
+        const std::function<std::optional<int>(LayoutSession& session)>& body) {
+    LibraryLog log(verbose);
+    const std::unique_ptr<zcam::IGrallocHelper> helper = zcam::createGrallocHelper();
+    const zcam::IGrallocLayoutCache* cache = zcam::layoutCacheOf(*helper);
+    if (cache == nullptr) {
+        err << kErrorPrefix << "the helper offers no view of its layout cache\n";
+        return kExitNotAnswered;
+    }
+    LayoutSession session(*helper, *cache, log);
+    return body(session);
 }
 
 }  // namespace zyncam::tools

@@ -6,7 +6,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -63,6 +65,13 @@ private:
     const zcam::IGrallocLayoutCache& mCache;
     LibraryLog& mLog;
 };
+
+// Builds a helper and runs `body` with a session on it; the library's log is caught from before
+// the helper exists until it is gone. Returns kExitNotAnswered, with one line on `err`, when the
+// helper offers no view of its cache; otherwise what `body` returns.
+std::optional<int> withLayoutSession(
+        bool verbose, std::ostream& err,
+        const std::function<std::optional<int>(LayoutSession& session)>& body);
 
 // Names of the status codes a layout query returns ("NO_MEMORY"), or the empty string.
 std::string statusName(int status);

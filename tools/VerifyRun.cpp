@@ -48,18 +48,6 @@ struct GridSize {
 constexpr GridSize kGridSizes[] = {{1, 1},       {61, 5},      {175, 143},  {640, 480},
                                    {1920, 1080}, {4000, 3000}, {4032, 3024}};
 
-constexpr int32_t kBatchFormats[] = {
-        zcam::kPixelFormatSmvrBatch2,
-        zcam::kPixelFormatSmvrBatch4,
-        zcam::kPixelFormatSmvrBatch8,
-        zcam::kPixelFormatSmvrBatch16,
-        zcam::kPixelFormatSmvrBatch32,
-        zcam::kPixelFormatSmvrBatchCompressed2,
-        zcam::kPixelFormatSmvrBatchCompressed4,
-        zcam::kPixelFormatSmvrBatchCompressed8,
-        zcam::kPixelFormatSmvrBatchCompressed16,
-        zcam::kPixelFormatSmvrBatchCompressed32,
-};
 constexpr GridSize kBatchSizes[] = {{1280, 720}, {1920, 1080}};
 constexpr uint32_t kBatchUsage = bits(BufferUsage::VIDEO_ENCODER) |
                                  bits(BufferUsage::CAMERA_OUTPUT) | uint32_t{zcam::kUsageSmvr};
@@ -315,7 +303,7 @@ std::vector<RequestSpec> verifyGrid() {
             }
         }
     }
-    for (int32_t format : kBatchFormats) {
+    for (int32_t format : zcam::kPixelFormatsSmvrBatch) {
         for (GridSize size : kBatchSizes) {
             grid.push_back(gridRequest(size.width, size.height, format, kBatchUsage));
         }
@@ -349,24 +337,18 @@ int runVerify(const Settings& settings, std::ostream& out, std::ostream& err) {
     const std::vector<RequestSpec> requests = grid ? verifyGrid() : settings.requests;
     std::vector<Verdict> verdicts;
     const auto start = std::chrono::steady_clock::now();
-    {
-        // The sink is in place before the helper exists and stays until it is gone.
-        LibraryLog log(settings.verbose);
-        const std::unique_ptr<zcam::IGrallocHelper> helper = zcam::createGrallocHelper();
-        const zcam::IGrallocLayoutCache* cache = zcam::layoutCacheOf(*helper);
-        if (cache == nullptr) {
-            err << kErrorPrefix << "the helper offers no view of its layout cache\n";
-            return kExitNotAnswered;
-        }
-        LayoutSession session(*helper, *cache, log);
-        Verifier verifier(platform, session);
-        for (size_t i = 0; i < requests.size(); ++i) {
-            verdicts.push_back(verifier.check(requests[i], grid));
-            if (verdicts.back().outcome != VerifyOutcome::Failed) continue;
-            err << kErrorPrefix << "request " << i + 1 << " (" << requests[i].origin << ", "
-                << requestText(requests[i]) << "): " << verdicts.back().reason << "\n";
-        }
-    }
+    const std::optional<int> failed =
+            withLayoutSession(settings.verbose, err, [&](LayoutSession& session) {
+                Verifier verifier(platform, session);
+                for (size_t i = 0; i < requests.size(); ++i) {
+                    verdicts.push_back(verifier.check(requests[i], grid));
+                    if (verdicts.back().outcome != VerifyOutcome::Failed) continue;
+                    err << kErrorPrefix << "request " << i + 1 << " (" << requests[i].origin << ", "
+                        << requestText(requests[i]) << "): " << verdicts.back().reason << "\n";
+                }
+                return std::optional<int>();
+            });
+    if (failed) return *failed;
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     writeVerdicts(settings.output, requests, verdicts, grid, took.count(), out);
     const VerifyTotals totals = count(verdicts);
