@@ -44,12 +44,14 @@ constexpr int kFreeNullHandle = -1;
 // Vendor status word of the SF-info record: the YUV colour space in the top three bits.
 constexpr int kStatusDirtyCamera = zcam::kGrallocStatusDirtyCamera;
 constexpr uint32_t kColorSpaceMask = 0xE0000000;
-constexpr uint32_t kColorSpaceBt601Limited = 0x20000000;
-constexpr uint32_t kColorSpaceBt601Full = 0x40000000;
-constexpr uint32_t kColorSpaceBt709Limited = 0x60000000;
-constexpr uint32_t kColorSpaceBt709Full = 0x80000000;
-constexpr uint32_t kColorSpaceBt2020Limited = 0xA0000000;
-constexpr uint32_t kColorSpaceBt2020Full = 0xC0000000;
+enum ColorSpaceBits : uint32_t {
+    kColorSpaceBt601Limited = 0x20000000,
+    kColorSpaceBt601Full = 0x40000000,
+    kColorSpaceBt709Limited = 0x60000000,
+    kColorSpaceBt709Full = 0x80000000,
+    kColorSpaceBt2020Limited = 0xA0000000,
+    kColorSpaceBt2020Full = 0xC0000000,
+};
 
 using zcam::kDataspaceLegacyBt601_525;
 using zcam::kDataspaceLegacyBt601_625;
