@@ -14,13 +14,6 @@
 
 #include "PlatformCheck.h"
 
-namespace NSCam::GrallocAllocatorAidlV2 {
-class AllocatorAidl;
-}  // namespace NSCam::GrallocAllocatorAidlV2
-namespace NSCam::GrallocMapperAidlV2 {
-class MapperV5;
-}  // namespace NSCam::GrallocMapperAidlV2
-
 namespace zyncam::tools {
 
 // The allocation a layout query's probe makes for a normalised request: one layer, the usage's

@@ -15,6 +15,13 @@
 namespace aidl::android::hardware::graphics::allocator {
 class IAllocator;
 }  // namespace aidl::android::hardware::graphics::allocator
+// The library's adapters over the platform, which the tool's own probes open beside the helper.
+namespace NSCam::GrallocAllocatorAidlV2 {
+class AllocatorAidl;
+}  // namespace NSCam::GrallocAllocatorAidlV2
+namespace NSCam::GrallocMapperAidlV2 {
+class MapperV5;
+}  // namespace NSCam::GrallocMapperAidlV2
 
 namespace zyncam::tools {
 

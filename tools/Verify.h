@@ -16,13 +16,6 @@
 #include "LayoutSession.h"
 #include "PlatformCheck.h"
 
-namespace NSCam::GrallocAllocatorAidlV2 {
-class AllocatorAidl;
-}  // namespace NSCam::GrallocAllocatorAidlV2
-namespace NSCam::GrallocMapperAidlV2 {
-class MapperV5;
-}  // namespace NSCam::GrallocMapperAidlV2
-
 namespace zyncam::tools {
 
 // The three answers, in the order reports list them.
