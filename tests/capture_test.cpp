@@ -9,6 +9,7 @@
 #include <string>
 
 #include "ToolRun.h"
+#include "kit/Codes.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
 
@@ -23,8 +24,8 @@ using zyncam::tools::kExitDiffer;
 using zyncam::tools::kExitNotAnswered;
 using zyncam::tools::kExitOk;
 
-constexpr int kExtraId = 50;           // gralloc-extension attribute: the buffer's identity
-constexpr int32_t kFormatNv21 = 0x11;  // YCrCb_420_SP
+constexpr int kExtraId = 50;  // gralloc-extension attribute: the buffer's identity
+constexpr int32_t kFormatNv21 = testkit::fmt(testkit::PixelFormat::YCRCB_420_SP);
 
 const std::string kSession = ZYNCAM_LAYOUT_EXAMPLES "/camera-session.txt";
 constexpr Json::ArrayIndex kBatchStream = 10;  // the session's 0x2602 stream

@@ -7,10 +7,12 @@
 #include <system/graphics.h>
 #include <unistd.h>
 
+#include <GrallocRecords.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "kit/Codes.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
 
@@ -24,8 +26,14 @@ using NSCam::GrallocMapperAidlV2::MapperV5;
 using testkit::Buffer;
 using testkit::mapper;
 
-constexpr int32_t kNV21 = 0x11, kRGBA = 0x1, kBLOB = 0x21, kYV12 = 0x32315659, kNV12 = 0x1000;
-constexpr uint64_t kCpu = 0x33;
+using testkit::fmt;
+constexpr int32_t kNV21 = fmt(common::PixelFormat::YCRCB_420_SP);
+constexpr int32_t kRGBA = fmt(common::PixelFormat::RGBA_8888);
+constexpr int32_t kBLOB = fmt(common::PixelFormat::BLOB);
+constexpr int32_t kYV12 = fmt(common::PixelFormat::YV12);
+constexpr int32_t kNV12 = zcam::kPixelFormatNV12;
+constexpr uint64_t kCpu = uint64_t(common::BufferUsage::CPU_READ_OFTEN) |
+                          uint64_t(common::BufferUsage::CPU_WRITE_OFTEN);
 constexpr ARect kWhole{0, 0, 0, 0};
 
 TEST(MapperTest, ThreeLockFormsShareMemoryAcrossImports) {

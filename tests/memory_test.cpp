@@ -14,6 +14,7 @@
 
 #include "Memory.h"
 #include "ToolRun.h"
+#include "kit/Codes.h"
 #include "kit/GrallocKit.h"
 #include "kit/TestKit.h"
 
@@ -313,7 +314,7 @@ using zyncam::tools::PlaneAnswer;
 using zyncam::tools::RequestSpec;
 using zyncam::tools::StreamMemory;
 
-constexpr int32_t kFormatNv21 = 0x11;           // YCrCb_420_SP
+constexpr int32_t kFormatNv21 = testkit::fmt(testkit::PixelFormat::YCRCB_420_SP);
 constexpr int32_t kFormatUnnamed = 0x7fff0001;  // no row in the library's table
 
 // An answered request of `width` x `height` whose allocation holds `planes` (stride, size).
