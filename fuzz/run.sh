@@ -53,6 +53,8 @@ run_one() {
     else
         echo "$target: FINDING, see $log and $findings/" >&2
         grep -E '^(==[0-9]+==ERROR|SUMMARY|==fuzz==)|runtime error' "$log" | head -5 >&2 || true
+        # An abort's reason is the line before libFuzzer's verdict; its stack follows.
+        grep -B2 -A12 -m1 'ERROR: libFuzzer: deadly signal' "$log" >&2 || true
         return 1
     fi
 }

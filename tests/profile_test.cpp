@@ -7,6 +7,7 @@
 #include <json/reader.h>
 #include <json/writer.h>
 #include <stdlib.h>
+#include <utils/Errors.h>
 
 #include <gtest/gtest.h>
 
@@ -218,6 +219,13 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
             {"missing name", [](Json::Value& p) { p.removeMember("name"); }, "name: missing"},
             {"zero limit", [](Json::Value& p) { p["limits"]["maxWidth"] = 0; },
              "limits.maxWidth: must be an integer from 1 to 2147483647, not 0"},
+            {"allocation limit beyond what a buffer can be",
+             [](Json::Value& p) {
+                 p["limits"]["maxAllocationSize"] =
+                         Json::UInt64{zyncam::profile::kMaxAllocationCeiling + 1};
+             },
+             "limits.maxAllocationSize: must be an integer from 1 to 68719476736, not "
+             "68719476737"},
             {"rows that do not split into the chroma plane",
              [](Json::Value& p) { p["formats"]["YCRCB_420_SP"]["rowAlign"] = 3; },
              "formats.YCRCB_420_SP.planes[1].verticalSubsampling: 2 does not divide rowAlign 3"},
@@ -785,6 +793,33 @@ TEST(AllocatorLimitsTest, SizeCapAndOverflowAnswerTheirOwnCodes) {
     // A format without a rule, and a refused combination.
     EXPECT_EQ(allocate2(64, 64, kBatch32 + 1, kCpuReadOften),
               static_cast<int32_t>(AllocationError::UNSUPPORTED));
+}
+
+// The largest buffer a profile may allow is still one the mapper can map: the helper locates
+// YCrCb_420_SP planes through a CPU lock, and a lock that fails there ends the process.
+TEST(AllocatorLimitsTest, TheLargestAllowedBufferCanBeLocked) {
+    constexpr int32_t kMax = 0x7fffffff;
+    constexpr int32_t kWidth = 1 << 18;
+    // kWidth x rows x 1.5 bytes: the most rows under the ceiling, then one step of rowAlign more.
+    constexpr int32_t kRowsWithin =
+            static_cast<int32_t>(zyncam::profile::kMaxAllocationCeiling * 2 / 3 / kWidth) & ~1;
+    Json::Value largest = defaultProfile();
+    largest["limits"]["maxWidth"] = kMax;
+    largest["limits"]["maxHeight"] = kMax;
+    largest["limits"]["maxAllocationSize"] = Json::UInt64{zyncam::profile::kMaxAllocationCeiling};
+    testkit::ScopedProfile profile(write(largest), "largest.json");
+
+    GrallocHelperAidlV2Imp helper;
+    const uint64_t live = zyncam::sim::counters().liveBuffers;
+    zcam::GrallocRequest request{static_cast<int32_t>(kCpuReadOften), kNV21, kWidth, kRowsWithin,
+                                 0};
+    zcam::GrallocStaticInfo info;
+    ASSERT_EQ(helper.query(&request, &info, false), android::OK);
+    ASSERT_EQ(info.planes.size(), 2u);
+    EXPECT_EQ(info.planes[0].rowStrideInBytes, static_cast<size_t>(kWidth));
+    request.heightInPixels = kRowsWithin + 2;
+    EXPECT_EQ(helper.query(&request, &info, false), android::NO_MEMORY);
+    EXPECT_EQ(zyncam::sim::counters().liveBuffers, live);
 }
 
 }  // namespace

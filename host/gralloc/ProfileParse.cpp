@@ -38,6 +38,7 @@ constexpr int64_t kMaxBlockSize = 256;
 constexpr int kMaxNesting = 1000;  // arrays and objects within each other
 constexpr int64_t kInt32Max = std::numeric_limits<int32_t>::max();
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
+constexpr int64_t kMaxAllocationCeiling = static_cast<int64_t>(profile::kMaxAllocationCeiling);
 
 struct ComponentName {
     const char* name;
@@ -227,7 +228,8 @@ private:
         Limits& l = mProfile.limits;
         l.maxWidth = integer(v, path, "maxWidth", 1, kInt32Max).value_or(0);
         l.maxHeight = integer(v, path, "maxHeight", 1, kInt32Max).value_or(0);
-        l.maxAllocationSize = integer(v, path, "maxAllocationSize", 1, kInt64Max).value_or(0);
+        l.maxAllocationSize =
+                integer(v, path, "maxAllocationSize", 1, kMaxAllocationCeiling).value_or(0);
     }
 
     void parseFormats(const Json::Value& v) {

@@ -20,6 +20,10 @@ inline constexpr uint32_t kExactPlaneLayoutsCapacity = 4096;
 // a camera session is a few hundred answers of about 1 KiB each.
 inline constexpr size_t kMaxProfileBytes = 4 * 1024 * 1024;
 inline constexpr size_t kMaxExactAnswers = 4096;
+// The largest limits.maxAllocationSize a profile may set: more memory than any device has. A
+// real allocator backs what it hands out, so a buffer it makes can always be mapped; the
+// simulator's memory is sparse, and a buffer far larger would allocate yet fail every lock.
+inline constexpr uint64_t kMaxAllocationCeiling = uint64_t{64} * 1024 * 1024 * 1024;
 
 // One allocation as the allocator receives it (IAllocator::allocate2's descriptor). The helper
 // normalises a request's usage before it allocates its probe, so this is the normalised usage.
