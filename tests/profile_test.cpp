@@ -246,6 +246,13 @@ TEST(ProfileLoadTest, BadProfilesAreRefusedWithFileFieldAndReason) {
             {"a format defined twice",
              [](Json::Value& p) { p["formats"]["0x1000"] = p["formats"]["NV12"]; },
              "formats.NV12: format NV12 has a rule already"},
+            // Any platform format goes by its PixelFormat name, in any case.
+            {"a platform format by number and by name",
+             [](Json::Value& p) {
+                 p["formats"]["0x38"] = p["formats"]["Y8"];
+                 p["formats"]["r_8"] = p["formats"]["Y8"];
+             },
+             "formats.r_8: format R_8 has a rule already"},
             {"compressed batch without compression", [](Json::Value& p) { p.removeMember("afbc"); },
              "resolve[12].afbc: needs an \"afbc\" section"},
             {"no frames", [](Json::Value& p) { p["resolve"][7]["frames"] = 0; },

@@ -29,28 +29,9 @@ struct FormatName {
     const char* name;
     int32_t format;
 };
-constexpr FormatName kFormatNames[] = {
-        {"RGBA_8888", static_cast<int32_t>(PixelFormat::RGBA_8888)},
-        {"RGBX_8888", static_cast<int32_t>(PixelFormat::RGBX_8888)},
-        {"RGB_888", static_cast<int32_t>(PixelFormat::RGB_888)},
-        {"RGB_565", static_cast<int32_t>(PixelFormat::RGB_565)},
-        {"BGRA_8888", static_cast<int32_t>(PixelFormat::BGRA_8888)},
-        {"YCBCR_422_SP", static_cast<int32_t>(PixelFormat::YCBCR_422_SP)},
-        {"YCRCB_420_SP", static_cast<int32_t>(PixelFormat::YCRCB_420_SP)},
-        {"YCBCR_422_I", static_cast<int32_t>(PixelFormat::YCBCR_422_I)},
-        {"RGBA_FP16", static_cast<int32_t>(PixelFormat::RGBA_FP16)},
-        {"RAW16", static_cast<int32_t>(PixelFormat::RAW16)},
-        {"BLOB", static_cast<int32_t>(PixelFormat::BLOB)},
-        {"IMPLEMENTATION_DEFINED", static_cast<int32_t>(PixelFormat::IMPLEMENTATION_DEFINED)},
-        {"YCBCR_420_888", static_cast<int32_t>(PixelFormat::YCBCR_420_888)},
-        {"RAW_OPAQUE", static_cast<int32_t>(PixelFormat::RAW_OPAQUE)},
-        {"RAW10", static_cast<int32_t>(PixelFormat::RAW10)},
-        {"RAW12", static_cast<int32_t>(PixelFormat::RAW12)},
-        {"RGBA_1010102", static_cast<int32_t>(PixelFormat::RGBA_1010102)},
-        {"YCBCR_P010", static_cast<int32_t>(PixelFormat::YCBCR_P010)},
-        {"Y8", static_cast<int32_t>(PixelFormat::Y8)},
-        {"Y16", static_cast<int32_t>(PixelFormat::Y16)},
-        {"YV12", static_cast<int32_t>(PixelFormat::YV12)},
+// The vendor's own formats. The platform's are spelled as its PixelFormat enum names them, so a
+// format the platform defines needs no entry here.
+constexpr FormatName kVendorFormatNames[] = {
         {"CAMERA_OPAQUE", kFormatCameraOpaque},
         {"NV12", kFormatNv12},
 };
@@ -140,7 +121,10 @@ std::string element(const std::string& path, size_t index) {
 }
 
 std::string formatName(int32_t format) {
-    for (const FormatName& f : kFormatNames) {
+    for (PixelFormat f : ndk::enum_range<PixelFormat>()) {
+        if (static_cast<int32_t>(f) == format) return toString(f);
+    }
+    for (const FormatName& f : kVendorFormatNames) {
         if (f.format == format) return f.name;
     }
     char text[16];
@@ -205,7 +189,12 @@ std::optional<uint64_t> FieldReader::unsignedInteger(const Json::Value& value,
 
 std::optional<int32_t> FieldReader::format(const Json::Value& value, const std::string& field) {
     if (value.isString() && !parseSigned(value.asString())) {
-        for (const FormatName& f : kFormatNames) {
+        for (PixelFormat f : ndk::enum_range<PixelFormat>()) {
+            if (strcasecmp(toString(f).c_str(), value.asCString()) == 0) {
+                return static_cast<int32_t>(f);
+            }
+        }
+        for (const FormatName& f : kVendorFormatNames) {
             if (strcasecmp(f.name, value.asCString()) == 0) return f.format;
         }
         fail(field, "unknown format " + describe(value));
